@@ -1,0 +1,63 @@
+// The process-wide connection to the planning data server (NOMZUBProxy).
+#ifndef NOM_SERVICES_NOMZUBCONNECTOR_H_
+#define NOM_SERVICES_NOMZUBCONNECTOR_H_
+
+#include <string>
+
+#include "NOMSOITypes.h"
+
+// COM apartment models; the module asks for the apartment-threaded one.
+enum tagCOINIT {
+  COINIT_MULTITHREADED = 0,
+  COINIT_APARTMENTTHREADED = 2,
+  COINIT_DISABLE_OLE1DDE = 4,
+  COINIT_SPEED_OVER_MEMORY = 8,
+};
+
+class NOM_API NOMZUBConnector {
+ public:
+  enum NOMZUBDataSource {
+    NOMZUB_DS_CONFIGURED = 0,  // the server of NOMZUB_SERVER or the host's --server
+    NOMZUB_DS_SQLITE = 1,      // an embedded SQLite database
+    NOMZUB_DS_POSTGRESQL = 2,  // a PostgreSQL server
+  };
+
+  // The process-wide connector, or what a test installed (possibly null).
+  static NOMZUBConnector* Instance();
+  virtual ~NOMZUBConnector();
+
+  // Selects where Connect goes. S_OK; E_INVALIDARG for an unknown source.
+  virtual HRESULT SetDataSource(NOMZUBDataSource source);
+  // Stores the credentials Connect uses. S_OK; E_FAIL when login is empty.
+  virtual HRESULT SetLogin(const std::string& login, const std::string& password);
+  // Opens the server and authenticates. S_OK; E_FAIL (cause at level 2) when the server is
+  // unreachable, of another schema version, or refuses the credentials.
+  virtual HRESULT Connect(tagCOINIT apartment);
+  // Selects the project by name. S_OK; E_FAIL when not connected or the project is unknown.
+  virtual HRESULT SetProject(const std::string& project);
+  // Restricts the objects loaded. S_OK (empty: everything); E_FAIL with the error's position at
+  // level 2 for a syntax error, or when no project is selected.
+  virtual HRESULT SetFilters(const std::string& filters);
+  // Releases loaded data (flag 1: also the project selection). S_OK.
+  virtual HRESULT Cleanup(int32_t flag);
+  // Closes the connection. S_OK, also when none was open.
+  virtual HRESULT Disconnect(int32_t flag);
+
+ protected:
+  NOMZUBConnector();
+};
+
+namespace nomzub {
+
+// Installs connector as what NOMZUBConnector::Instance() returns (null: no singleton) and
+// returns the previous override state; RestoreConnector undoes it. For tests.
+NOM_API void OverrideConnector(NOMZUBConnector* connector);
+NOM_API void RestoreConnector();
+
+// The data server URL used for data source 0: set by the host, else NOMZUB_SERVER.
+NOM_API void SetConfiguredServer(const std::string& url);
+NOM_API std::string ConfiguredServer();
+
+}  // namespace nomzub
+
+#endif  // NOM_SERVICES_NOMZUBCONNECTOR_H_

@@ -1,0 +1,81 @@
+// One XML document (NOMZUBVGXTranslator), over pugixml.
+#ifndef NOM_SERVICES_NOMZUBDOMWRAPPER_H_
+#define NOM_SERVICES_NOMZUBDOMWRAPPER_H_
+
+#include <memory>
+#include <string>
+
+#include "NOMSOITypes.h"
+#include "services/XMLDOM.h"
+
+class NOM_API NOMZUBDOMWrapper {
+ public:
+  // Holds no document.
+  NOMZUBDOMWrapper();
+  virtual ~NOMZUBDOMWrapper();
+  NOMZUBDOMWrapper(const NOMZUBDOMWrapper&) = delete;
+  NOMZUBDOMWrapper& operator=(const NOMZUBDOMWrapper&) = delete;
+
+  // Loads the file (module path). S_OK; a missing or unreadable file gives HRESULT_FROM_WIN32 of
+  // its error and malformed XML E_FAIL (cause logged at level 2); the wrapper then holds no
+  // document. Remembers the path either way.
+  HRESULT OpenDocument(const std::string& path);
+  // Replaces the held document with an empty one. S_OK.
+  HRESULT CreateDocument();
+  // Makes the document element. S_OK; E_FAIL and *node null without a document or when a root
+  // exists already.
+  HRESULT CreateRootNode(const std::string& name, IXMLDOMNode** node);
+  // Appends an element as parent's last child. S_OK; E_INVALIDARG and *node null when parent is
+  // null or not an element of this document.
+  HRESULT CreateChildNode(IXMLDOMNode* parent, const std::string& name, IXMLDOMNode** node);
+  // The first element named name, in document order, whose attribute attrName equals attrValue.
+  // S_OK; S_FALSE and *node null when none matches or there is no document.
+  HRESULT GetNode(const std::string& name, IXMLDOMNode** node, std::string attrName,
+                  std::string attrValue);
+  // Every element named name in the document, in document order. S_OK (possibly an empty list);
+  // E_FAIL and *list null without a document.
+  HRESULT GetNodes(const std::string& name, IXMLDOMNodeList** list);
+  // The direct children of node named name. S_OK; E_INVALIDARG and *list null when node is null.
+  HRESULT GetChildNodes(IXMLDOMNode* node, IXMLDOMNodeList** list, std::string name);
+  // The attribute's value. S_OK; S_FALSE with value unchanged when absent; E_INVALIDARG when node
+  // is null.
+  HRESULT GetAttribute(IXMLDOMNode* node, const std::string& name, std::string& value);
+  // Adds the attribute or replaces its value. S_OK; E_INVALIDARG when node is null.
+  HRESULT AddAttribute(IXMLDOMNode* node, const std::string& name, const std::string& value);
+  // Writes the document (UTF-8, with a declaration, its own whitespace kept) through a temporary
+  // file renamed over path. S_OK; E_FAIL without a document (nothing written);
+  // HRESULT_FROM_WIN32 of the error when the file cannot be written (it is left as it was).
+  HRESULT SaveDoc(const std::string& path);
+
+  // The path given to the last OpenDocument ("" when none).
+  const std::string& DocumentPath() const;
+  // True while the wrapper holds a document.
+  bool HasDocument() const;
+
+  struct Impl;
+
+ private:
+  std::shared_ptr<Impl> impl_;
+};
+
+namespace nomzub {
+
+// Which wrapper operation a hook sees.
+enum class DomCall { kOpenDocument, kCreateDocument, kCreateRootNode, kCreateChildNode, kGetNode,
+                     kGetNodes, kGetChildNodes, kGetAttribute, kAddAttribute, kSaveDoc };
+
+// Consulted before every wrapper operation, with the operation's main string argument (path,
+// element name or attribute name). Returning a negative code makes the call fail with it, its out
+// argument null and the document untouched; S_OK lets it run. Tests record or break calls here.
+class NOM_API DomHook {
+ public:
+  virtual ~DomHook();
+  virtual HRESULT Before(DomCall call, const std::string& argument) = 0;
+};
+
+// Installs hook (null: none) and returns the one it replaces.
+NOM_API DomHook* SetDomHook(DomHook* hook);
+
+}  // namespace nomzub
+
+#endif  // NOM_SERVICES_NOMZUBDOMWRAPPER_H_

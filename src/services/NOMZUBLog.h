@@ -1,0 +1,51 @@
+// The product log (NOMZUBBase).
+#ifndef NOM_SERVICES_NOMZUBLOG_H_
+#define NOM_SERVICES_NOMZUBLOG_H_
+
+#include <string>
+
+#include "NOMSOITypes.h"
+
+class NOM_API NOMZUBLog {
+ public:
+  // Appends one record: the message exactly as given and its level. Goes to the installed sink
+  // (nomzub::SetLogSink) or, by default, to NOMZUB_LOG (a file; "-" or unset: standard error) in
+  // the NOMZUB_LOG_FORMAT format (text, raw or jsonl). Never throws; a record that cannot be
+  // written is dropped.
+  static void WriteMsg(std::string message, int32_t level);
+};
+
+namespace nomzub {
+
+enum class LogFormat { kText, kRaw, kJsonl };
+
+// Receives every record; tests install one to capture lines.
+class NOM_API LogSink {
+ public:
+  virtual ~LogSink();
+  virtual void Write(const std::string& message, int32_t level) = 0;
+};
+
+// Installs sink (null: the configured file) and returns the one it replaces.
+NOM_API LogSink* SetLogSink(LogSink* sink);
+
+// Chooses the default sink's target ("-" or empty: standard error) and format, overriding the
+// environment. Returns false, and keeps the previous target, when the file cannot be opened.
+NOM_API bool ConfigureLog(const std::string& target, LogFormat format);
+// Forgets ConfigureLog: the next record of the default sink reads NOMZUB_LOG and
+// NOMZUB_LOG_FORMAT again (through the current Env) and opens that target. Log targets are native
+// file paths, opened for appending and created when missing; a target or format named by the
+// environment that cannot be used is reported on standard error, which then receives the log.
+NOM_API void ResetLogConfiguration();
+// Parses "text", "raw" or "jsonl"; false for anything else.
+NOM_API bool ParseLogFormat(const std::string& name, LogFormat* format);
+// Formats one record as the format writes it, newline included.
+NOM_API std::string FormatLogRecord(LogFormat format, const std::string& message, int32_t level);
+
+// The services' own diagnostics: level 2, "Info:\t " or "****** ERROR:\t " before the text.
+NOM_API void LogServiceInfo(const std::string& text);
+NOM_API void LogServiceError(const std::string& text);
+
+}  // namespace nomzub
+
+#endif  // NOM_SERVICES_NOMZUBLOG_H_
