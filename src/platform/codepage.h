@@ -25,6 +25,25 @@ NOM_API UINT GetACP();
 NOM_API bool SetACP(UINT codePage);
 // True when byte b starts a double-byte character in the current code page.
 NOM_API bool IsLeadByte(unsigned char b);
+// The code page the process starts with, worked out now from NOMZUB_CODE_PAGE and the locale as
+// GetACP describes; a NOMZUB_CODE_PAGE that is not a supported page is logged and ignored. Does
+// not change the process's code page.
+NOM_API UINT DefaultACP();
+
+// Sets the process's code page for the lifetime of this object and restores the previous one.
+// ok() is false (and nothing changed) when the page is not supported.
+class ScopedCodePage {
+ public:
+  explicit ScopedCodePage(UINT codePage) : previous_(GetACP()), ok_(SetACP(codePage)) {}
+  ~ScopedCodePage() { SetACP(previous_); }
+  ScopedCodePage(const ScopedCodePage&) = delete;
+  ScopedCodePage& operator=(const ScopedCodePage&) = delete;
+  bool ok() const { return ok_; }
+
+ private:
+  UINT previous_;
+  bool ok_;
+};
 
 // Next character after p: two bytes on for a lead byte followed by a non-zero byte, else one.
 NOM_API const unsigned char* _mbsinc(const unsigned char* p);

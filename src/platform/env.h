@@ -71,8 +71,15 @@ class NOM_API EnvWrapper : public Env {
 // or every call from the nth on, with a chosen Windows error. Reads fail as unreadable files.
 class NOM_API FaultInjectionEnv : public EnvWrapper {
  public:
-  enum Op { kCanOpenForReading, kCopyFile, kReadFile, kWriteFileAtomic, kCreateDirectories,
-            kGetEnvironmentVariable, kOpCount };
+  enum Op {
+    kCanOpenForReading,
+    kCopyFile,
+    kReadFile,
+    kWriteFileAtomic,
+    kCreateDirectories,
+    kGetEnvironmentVariable,
+    kOpCount
+  };
   explicit FaultInjectionEnv(Env* target) : EnvWrapper(target) {}
   // Fails call number nth (1-based) of op with error; with sticky, every later call too.
   void FailOn(Op op, int nth, DWORD error, bool sticky = false);
@@ -89,7 +96,11 @@ class NOM_API FaultInjectionEnv : public EnvWrapper {
   bool GetEnvironmentVariable(const std::string& name, std::string* value) override;
 
  private:
-  struct Plan { int nth = 0; DWORD error = 0; bool sticky = false; };
+  struct Plan {
+    int nth = 0;
+    DWORD error = 0;
+    bool sticky = false;
+  };
   // Counts a call of op; returns the error to fail it with, or 0.
   DWORD Tick(Op op);
   int counts_[kOpCount] = {};

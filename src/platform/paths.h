@@ -19,16 +19,35 @@ NOM_API void MapShare(const std::string& uncPrefix, const std::string& nativeDir
 NOM_API void ResetPathMaps();
 // Turns the case-insensitive fallback on or off (NOMZUB_CASE_SENSITIVE=1 turns it off).
 NOM_API void SetCaseInsensitiveLookup(bool on);
+// Whether the case-insensitive fallback is on (the environment's choice until set).
+NOM_API bool CaseInsensitiveLookup();
+
+// For tests: on destruction forgets every drive and share mapping (as ResetPathMaps) and restores
+// the case-insensitive fallback as it was at construction.
+class ScopedPathMaps {
+ public:
+  ScopedPathMaps() : caseInsensitive_(CaseInsensitiveLookup()) {}
+  ~ScopedPathMaps() {
+    ResetPathMaps();
+    SetCaseInsensitiveLookup(caseInsensitive_);
+  }
+  ScopedPathMaps(const ScopedPathMaps&) = delete;
+  ScopedPathMaps& operator=(const ScopedPathMaps&) = delete;
+
+ private:
+  bool caseInsensitive_;
+};
 
 // Turns a module path into a native UTF-8 path. "\" and "/" both separate components;
 // "X:\rest" and "X:rest" start at the drive's directory; "\\server\share\rest" at the share's;
 // "\rest" at "/"; anything else is relative to the working directory. Where a component does not
 // exist with the exact case, a unique case-insensitive match in its directory is used. Returns
-// false and sets *error to 3 (unmapped drive) or 53 (unmapped share) when the path cannot be mapped.
+// false and sets *error to 3 (unmapped drive) or 53 (unmapped share) when the path cannot be
+// mapped.
 NOM_API bool ToNativePath(const std::string& modulePath, std::string* nativePath, DWORD* error);
 
 // The Windows error number for an errno value: ENOENT 2, ENOTDIR 3, EACCES/EPERM/EROFS/EISDIR 5,
-// EBUSY/ETXTBSY 32, ENOSPC/EDQUOT 112, ENAMETOOLONG 206, anything else 1359.
+// EBUSY/ETXTBSY 32, EEXIST 80, ENOSPC/EDQUOT 112, ENAMETOOLONG 206, anything else 1359.
 NOM_API DWORD MapErrno(int err);
 
 }  // namespace nomplat

@@ -30,17 +30,24 @@ class NOM_API NOMZUBConnector {
   virtual HRESULT SetDataSource(NOMZUBDataSource source);
   // Stores the credentials Connect uses. S_OK; E_FAIL when login is empty.
   virtual HRESULT SetLogin(const std::string& login, const std::string& password);
-  // Opens the server and authenticates. S_OK; E_FAIL (cause at level 2) when the server is
-  // unreachable, of another schema version, or refuses the credentials.
+  // Opens the server read-only and authenticates: SQLite against the accounts table (salted
+  // PBKDF2-HMAC-SHA-256), PostgreSQL by the server itself. "sqlite:PATH" must name an existing
+  // database (native or module path); it is never created here. S_OK; E_FAIL (cause at level 2)
+  // when the server is unreachable, of another schema version, or refuses the credentials.
   virtual HRESULT Connect(tagCOINIT apartment);
-  // Selects the project by name. S_OK; E_FAIL when not connected or the project is unknown.
+  // Selects the project by name and loads it (one query per table). S_OK; E_FAIL when not
+  // connected, the project is unknown or its data is inconsistent.
   virtual HRESULT SetProject(const std::string& project);
-  // Restricts the objects loaded. S_OK (empty: everything); E_FAIL with the error's position at
-  // level 2 for a syntax error, or when no project is selected.
+  // Restricts the objects loaded: a filter expression over the project's top-level entries,
+  // e.g. `kind=resource or name~"Gear*"` (fields kind, name, oid, ident; operators = != ~ !~;
+  // and, or, not, parentheses; grammar in NOMZUBProxy/filter.h). S_OK (empty: everything);
+  // E_FAIL with the error's position at level 2 for a syntax error, or when no project is
+  // selected.
   virtual HRESULT SetFilters(const std::string& filters);
   // Releases loaded data (flag 1: also the project selection). S_OK.
   virtual HRESULT Cleanup(int32_t flag);
-  // Closes the connection. S_OK, also when none was open.
+  // Closes the connection and forgets the login, the project and the filter. S_OK, also when
+  // none was open.
   virtual HRESULT Disconnect(int32_t flag);
 
  protected:

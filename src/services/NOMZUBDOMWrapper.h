@@ -45,7 +45,14 @@ class NOM_API NOMZUBDOMWrapper {
   // Writes the document (UTF-8, with a declaration, its own whitespace kept) through a temporary
   // file renamed over path. S_OK; E_FAIL without a document (nothing written);
   // HRESULT_FROM_WIN32 of the error when the file cannot be written (it is left as it was).
+  // A parsed document is written as it was read apart from the changes made to it (line breaks
+  // between top-level nodes, declaration encoding UTF-8); one begun by CreateDocument has no
+  // whitespace of its own and is written indented by two spaces, one element a line.
   HRESULT SaveDoc(const std::string& path);
+
+  // The document element. S_OK; S_FALSE and *node null when the document has none; E_FAIL and
+  // *node null without a document; E_POINTER when node is null. The DomHook does not see it.
+  HRESULT GetRootNode(IXMLDOMNode** node);
 
   // The path given to the last OpenDocument ("" when none).
   const std::string& DocumentPath() const;

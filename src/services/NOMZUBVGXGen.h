@@ -44,6 +44,8 @@ class NOM_API NOMZUBVGXGen {
   std::unique_ptr<NOMZUBVgxViewFile> view_;
 };
 
+// Both operations only read soiDirectory: the reference is modifiable for the callers' interface
+// alone, and its content is the same after the call.
 class NOM_API NOMZUBVgxSharedResourceFileMgr {
  public:
   // Copies every file named by a Resource element's File attribute (relative to the document's

@@ -10,10 +10,24 @@ class NOM_API NOMZUBVGXGenerator {
  public:
   NOMZUBVGXGenerator();
   virtual ~NOMZUBVGXGenerator();
-  // Writes the package of the connected project into soiDirectory: name + ".vgxXml", its view
-  // file, product documents and geometry; registers it as the last generated package and fills
-  // the identifier cache. input selects what to generate and option the reference forms (see
-  // docs). S_OK; E_FAIL with the cause at level 2.
+  // Writes the package of the connected, filtered project: name + ".vgxXml" (the main document)
+  // and name + ".vgxView" (the views) in soiDirectory, which is created when missing; one
+  // product document "<OID>.vgxXml" and its binary glTF geometry "<OID>.vgxGeom" per product
+  // reached, in the product cache (NOMZUB_CACHE, else $XDG_CACHE_HOME/nomzub, else
+  // ~/.cache/nomzub; a directory per project). Then fills the identifier cache (object OID ->
+  // every ident path "List/entry/child/...", operation OID -> "Process/<ident>", process ident
+  // -> name and operation OID), registers the objects and the package as the last generated.
+  //   input:  "" or "all" for the four lists, else a comma list of ProductList, ResourceList,
+  //           ManufProd, PlanningContext.
+  //   option: "" for the defaults, else items separated by ";":
+  //           refs=FORM[,FORM...]  the forms references take in turn: relative ("x.vgxXml", or
+  //                                "..\..\cache\x.vgxXml" from the SOI directory), dot (".\"
+  //                                before it), climb ("..\<dir>\" out and back in), drive
+  //                                ("Z:\..." absolute); default relative,dot,climb,drive.
+  //           sep=backslash|slash|mixed  the separator; mixed (default) switches to "/" on
+  //                                every other round of forms.
+  // A failed generation leaves no registered package and an empty identifier cache.
+  // S_OK; E_FAIL with the cause at level 2.
   HRESULT GenerateVGXPackage(const std::string& input, const std::string& soiDirectory,
                              const std::string& name, const std::string& option);
 };

@@ -13,7 +13,7 @@ class NOM_API IXMLDOMNode {
   // Drops a reference, deleting the handle at zero; returns the new count.
   virtual ULONG Release() = 0;
   // Replaces the element's content with the text (UTF-16; null is empty). S_OK, or E_FAIL when
-  // the node is not an element.
+  // the node is not an element or has child elements (which stay: handles on them stay valid).
   virtual HRESULT put_text(BSTR text) = 0;
 
  protected:

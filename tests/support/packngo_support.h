@@ -1,6 +1,7 @@
-// Helpers for the Pack & Go tests: scoped replacements of the process-wide state the module reads
-// (code page, path maps, registered package, DOM hook, existence test), package documents built as
-// text, and readers that take the written documents apart again with pugixml.
+// Helpers for the Pack & Go tests: Env replacements that answer or record the existence test and
+// the copies, package documents built as text, and readers that take the written documents apart
+// again with pugixml. (The DOM hook recorder, ModuleLines and ListGroup come from the shared test
+// support: driver_fakes.h, driver_package.h.)
 #ifndef NOM_TESTS_SUPPORT_PACKNGO_SUPPORT_H_
 #define NOM_TESTS_SUPPORT_PACKNGO_SUPPORT_H_
 
@@ -12,9 +13,11 @@
 #include "NOMSOITypes.h"
 #include "platform/env.h"
 #include "services/NOMZUBDOMWrapper.h"
+#include "support/driver_package.h"
 #include "support/test_support.h"
 
 namespace nomtest {
+namespace packngo {
 
 // The text of an information line as the module writes it ("Info:\t " + text) at level 0.
 LogLine InfoLine(const std::string& text);
@@ -25,79 +28,6 @@ LogLine UnableToOpen(const std::string& path);
 // The line logged for a failed copy: both paths and the code's text ("File Not Found", ...).
 LogLine CopyError(const std::string& source, const std::string& target,
                   const std::string& codeText);
-// The records the module itself wrote (levels 0 and 1), in order; the services' own diagnostics
-// (level 2) are left out.
-std::vector<LogLine> ModuleLines(const LogCapture& capture);
-
-// Sets the process's code page for its lifetime and restores the previous one.
-class ScopedCodePage {
- public:
-  explicit ScopedCodePage(UINT codePage);
-  ~ScopedCodePage();
-  ScopedCodePage(const ScopedCodePage&) = delete;
-  ScopedCodePage& operator=(const ScopedCodePage&) = delete;
-  // True when the page could be set.
-  bool ok() const { return ok_; }
-
- private:
-  UINT previous_;
-  bool ok_;
-};
-
-// Forgets every drive and share mapping on entry and again on exit, so that a test's maps never
-// leak into another test.
-class ScopedPathMaps {
- public:
-  ScopedPathMaps();
-  ~ScopedPathMaps();
-  ScopedPathMaps(const ScopedPathMaps&) = delete;
-  ScopedPathMaps& operator=(const ScopedPathMaps&) = delete;
-};
-
-// Registers a package (main document and view file, module paths) for its lifetime; forgets the
-// registered package on exit.
-class ScopedPackage {
- public:
-  ScopedPackage(const std::string& mainPath, const std::string& viewPath);
-  ~ScopedPackage();
-  ScopedPackage(const ScopedPackage&) = delete;
-  ScopedPackage& operator=(const ScopedPackage&) = delete;
-};
-
-// Installs itself as the DOM hook for its lifetime (restoring the previous hook after), records
-// every wrapper call with its main argument, and fails the calls it was told to fail.
-class DomRecorder : public nomzub::DomHook {
- public:
-  struct Call {
-    nomzub::DomCall call;
-    std::string argument;
-  };
-  DomRecorder();
-  ~DomRecorder() override;
-  DomRecorder(const DomRecorder&) = delete;
-  DomRecorder& operator=(const DomRecorder&) = delete;
-
-  // Makes every call of that kind whose argument equals argument (any argument when empty)
-  // fail with code.
-  void Fail(nomzub::DomCall call, const std::string& argument, HRESULT code);
-  HRESULT Before(nomzub::DomCall call, const std::string& argument) override;
-
-  const std::vector<Call>& calls() const { return calls_; }
-  // The arguments of the recorded calls of one kind, in order.
-  std::vector<std::string> Arguments(nomzub::DomCall call) const;
-  // How many calls of one kind were recorded.
-  int Count(nomzub::DomCall call) const;
-
- private:
-  struct Failure {
-    nomzub::DomCall call;
-    std::string argument;
-    HRESULT code;
-  };
-  nomzub::DomHook* previous_;
-  std::vector<Call> calls_;
-  std::vector<Failure> failures_;
-};
 
 // An Env whose existence test answers from a list of paths that are said to exist (module paths
 // compared byte for byte) and records every path it was asked about; everything else goes to the
@@ -118,6 +48,30 @@ class ExistenceFake : public nomplat::EnvWrapper {
   nomplat::Env* previous_;
 };
 
+// An Env that records, in one sequence, every existence test ("open <path>") and every copy
+// ("copy <src> -> <dst>"; "copy-if-absent ..." for a copy that may not overwrite) made through it,
+// forwarding both to the Env that was current when it was made. Installs itself for its lifetime.
+class FileCallRecorder : public nomplat::EnvWrapper {
+ public:
+  FileCallRecorder();
+  ~FileCallRecorder() override;
+  FileCallRecorder(const FileCallRecorder&) = delete;
+  FileCallRecorder& operator=(const FileCallRecorder&) = delete;
+
+  bool CanOpenForReading(const std::string& path) override;
+  DWORD CopyFile(const std::string& src, const std::string& dst, bool failIfExists) override;
+  const std::vector<std::string>& calls() const { return calls_; }
+  // Only the copy records, in order.
+  std::vector<std::string> Copies() const;
+
+ private:
+  std::vector<std::string> calls_;
+  nomplat::Env* previous_;
+};
+// The record FileCallRecorder makes for an existence test and for a copy.
+std::string OpenCall(const std::string& path);
+std::string CopyCall(const std::string& src, const std::string& dst);
+
 // Installs a FaultInjectionEnv over the current Env for its lifetime.
 class ScopedFaults {
  public:
@@ -132,12 +86,6 @@ class ScopedFaults {
   nomplat::Env* previous_;
 };
 
-// One list group of a main document: its Ident and the IsInstanceOf values of its children
-// (a value of kAbsent gives a child without the attribute).
-struct ListGroup {
-  std::string ident;
-  std::vector<std::string> references;
-};
 // Marks a child or element without an IsInstanceOf attribute.
 extern const char kAbsent[];
 
@@ -170,6 +118,7 @@ std::string BackslashedWithoutRoot(const std::string& nativePath);
 // The number of backslashes in a module path.
 int CountBackslashes(const std::string& modulePath);
 
+}  // namespace packngo
 }  // namespace nomtest
 
 #endif  // NOM_TESTS_SUPPORT_PACKNGO_SUPPORT_H_

@@ -1,0 +1,289 @@
+// The product log: records go to an installed sink or to the default file sink, one write() per
+// record on a descriptor opened with O_APPEND, so that records of concurrent writers never
+// interleave and a crash loses no record that WriteMsg returned from.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <mutex>
+
+#include "platform/codepage.h"
+#include "platform/env.h"
+#include "services/NOMZUBLog.h"
+
+namespace nomzub {
+namespace {
+
+constexpr char kLogVariable[] = "NOMZUB_LOG";
+constexpr char kFormatVariable[] = "NOMZUB_LOG_FORMAT";
+constexpr int32_t kServiceLevel = 2;
+
+std::atomic<LogSink*> g_sink{nullptr};
+
+// "2026-11-22T10:00:00.123Z": the current time in UTC with milliseconds.
+std::string UtcTimestamp() {
+  using std::chrono::duration_cast;
+  using std::chrono::milliseconds;
+  const auto since_epoch = std::chrono::system_clock::now().time_since_epoch();
+  const long long ms = duration_cast<milliseconds>(since_epoch).count();
+  const std::time_t seconds = static_cast<std::time_t>(ms / 1000);
+  std::tm utc{};
+  gmtime_r(&seconds, &utc);
+  char text[64];
+  std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", utc.tm_year + 1900,
+                utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec,
+                static_cast<int>(ms % 1000));
+  return text;
+}
+
+// Length of the well-formed UTF-8 sequence at s[i] (1 to 4), or 0 when it is malformed:
+// truncated, overlong, a surrogate or beyond U+10FFFF.
+size_t Utf8SequenceLength(const std::string& s, size_t i) {
+  const auto byte = [&](size_t k) { return static_cast<unsigned char>(s[k]); };
+  const unsigned char lead = byte(i);
+  if (lead < 0x80) return 1;
+  size_t length;
+  unsigned char low = 0x80, high = 0xBF;  // allowed range of the second byte
+  if (lead >= 0xC2 && lead <= 0xDF) {
+    length = 2;
+  } else if (lead >= 0xE0 && lead <= 0xEF) {
+    length = 3;
+    if (lead == 0xE0) low = 0xA0;
+    if (lead == 0xED) high = 0x9F;
+  } else if (lead >= 0xF0 && lead <= 0xF4) {
+    length = 4;
+    if (lead == 0xF0) low = 0x90;
+    if (lead == 0xF4) high = 0x8F;
+  } else {
+    return 0;
+  }
+  if (i + length > s.size()) return 0;
+  if (byte(i + 1) < low || byte(i + 1) > high) return 0;
+  for (size_t k = 2; k < length; ++k) {
+    if (byte(i + k) < 0x80 || byte(i + k) > 0xBF) return 0;
+  }
+  return length;
+}
+
+// Appends text to out as the inside of a JSON string. Invalid UTF-8 bytes become U+FFFD.
+void AppendJsonString(const std::string& text, std::string* out) {
+  static const char kHex[] = "0123456789abcdef";
+  for (size_t i = 0; i < text.size();) {
+    const unsigned char c = static_cast<unsigned char>(text[i]);
+    const size_t length = Utf8SequenceLength(text, i);
+    if (length == 0) {
+      *out += "\xEF\xBF\xBD";
+      ++i;
+      continue;
+    }
+    if (length > 1) {
+      out->append(text, i, length);
+      i += length;
+      continue;
+    }
+    switch (c) {
+      case '"':
+        *out += "\\\"";
+        break;
+      case '\\':
+        *out += "\\\\";
+        break;
+      case '\b':
+        *out += "\\b";
+        break;
+      case '\f':
+        *out += "\\f";
+        break;
+      case '\n':
+        *out += "\\n";
+        break;
+      case '\r':
+        *out += "\\r";
+        break;
+      case '\t':
+        *out += "\\t";
+        break;
+      default:
+        if (c < 0x20) {
+          *out += "\\u00";
+          *out += kHex[c >> 4];
+          *out += kHex[c & 0xF];
+        } else {
+          *out += static_cast<char>(c);
+        }
+    }
+    ++i;
+  }
+}
+
+// Writes all of record with as few write() calls as the kernel allows (one for a regular file
+// or a terminal). Returns false when the descriptor refuses it.
+bool WriteAll(int fd, const std::string& record) {
+  const char* data = record.data();
+  size_t left = record.size();
+  while (left > 0) {
+    const ssize_t written = ::write(fd, data, left);
+    if (written < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    data += written;
+    left -= static_cast<size_t>(written);
+  }
+  return true;
+}
+
+// The default sink: standard error or a file opened for appending, in one of the formats.
+// Configured by ConfigureLog or, on first use, from the environment.
+class FileSink {
+ public:
+  static FileSink& Instance() {
+    static FileSink* sink = new FileSink;  // never destroyed: records may come during exit
+    return *sink;
+  }
+
+  void Write(const std::string& message, int32_t level) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!configured_) ConfigureFromEnvironmentLocked();
+    WriteAll(fd_, FormatLogRecord(format_, message, level));
+  }
+
+  bool Configure(const std::string& target, LogFormat format) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    int fd = STDERR_FILENO;
+    if (!OpenTarget(target, &fd)) return false;
+    ReplaceTargetLocked(fd, format);
+    return true;
+  }
+
+  void Reset() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    configured_ = false;
+  }
+
+ private:
+  FileSink() = default;
+
+  // "-" and "" name standard error; anything else a file, opened for appending. False (errno
+  // set) when the file cannot be opened.
+  static bool OpenTarget(const std::string& target, int* fd) {
+    if (target.empty() || target == "-") {
+      *fd = STDERR_FILENO;
+      return true;
+    }
+    *fd = ::open(target.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    return *fd >= 0;
+  }
+
+  void ReplaceTargetLocked(int fd, LogFormat format) {
+    if (fd_ != STDERR_FILENO) ::close(fd_);
+    fd_ = fd;
+    format_ = format;
+    configured_ = true;
+  }
+
+  void ConfigureFromEnvironmentLocked() {
+    nomplat::Env* env = nomplat::CurrentEnv();
+    std::string target, format_name;
+    env->GetEnvironmentVariable(kLogVariable, &target);
+    const bool format_set = env->GetEnvironmentVariable(kFormatVariable, &format_name);
+
+    LogFormat format = LogFormat::kText;
+    const bool format_ok = !format_set || ParseLogFormat(format_name, &format);
+    int fd = STDERR_FILENO;
+    const bool target_ok = OpenTarget(target, &fd);
+    const int open_error = errno;
+    ReplaceTargetLocked(target_ok ? fd : STDERR_FILENO, format);
+
+    if (!format_ok) {
+      WriteAll(fd_,
+               FormatLogRecord(format_,
+                               "****** ERROR:\t Unknown log format \"" + format_name + "\" in " +
+                                   kFormatVariable + " (expected text, raw or jsonl); using text",
+                               kServiceLevel));
+    }
+    if (!target_ok) {
+      WriteAll(fd_, FormatLogRecord(format_,
+                                    "****** ERROR:\t Cannot open log file " + target +
+                                        " named by " + kLogVariable + ": " +
+                                        std::strerror(open_error) + "; logging to standard error",
+                                    kServiceLevel));
+    }
+  }
+
+  std::mutex mutex_;
+  bool configured_ = false;
+  int fd_ = STDERR_FILENO;
+  LogFormat format_ = LogFormat::kText;
+};
+
+}  // namespace
+
+LogSink::~LogSink() = default;
+
+LogSink* SetLogSink(LogSink* sink) { return g_sink.exchange(sink); }
+
+bool ConfigureLog(const std::string& target, LogFormat format) {
+  return FileSink::Instance().Configure(target, format);
+}
+
+void ResetLogConfiguration() { FileSink::Instance().Reset(); }
+
+bool ParseLogFormat(const std::string& name, LogFormat* format) {
+  if (name == "text") {
+    *format = LogFormat::kText;
+  } else if (name == "raw") {
+    *format = LogFormat::kRaw;
+  } else if (name == "jsonl") {
+    *format = LogFormat::kJsonl;
+  } else {
+    return false;
+  }
+  return true;
+}
+
+std::string FormatLogRecord(LogFormat format, const std::string& message, int32_t level) {
+  const std::string level_text = std::to_string(level);
+  switch (format) {
+    case LogFormat::kRaw:
+      return level_text + "\t" + message + "\n";
+    case LogFormat::kJsonl: {
+      std::string record =
+          "{\"time\":\"" + UtcTimestamp() + "\",\"level\":" + level_text + ",\"message\":\"";
+      AppendJsonString(nomplat::AcpToUtf8(message), &record);
+      record += "\"}\n";
+      return record;
+    }
+    case LogFormat::kText:
+      break;
+  }
+  return UtcTimestamp() + " L" + level_text + " " + message + "\n";
+}
+
+void LogServiceInfo(const std::string& text) {
+  NOMZUBLog::WriteMsg("Info:\t " + text, kServiceLevel);
+}
+
+void LogServiceError(const std::string& text) {
+  NOMZUBLog::WriteMsg("****** ERROR:\t " + text, kServiceLevel);
+}
+
+}  // namespace nomzub
+
+void NOMZUBLog::WriteMsg(std::string message, int32_t level) {
+  try {
+    if (nomzub::LogSink* sink = nomzub::g_sink.load()) {
+      sink->Write(message, level);
+    } else {
+      nomzub::FileSink::Instance().Write(message, level);
+    }
+  } catch (...) {
+    // A record that cannot be formatted or written (out of memory, a throwing sink) is dropped:
+    // logging never makes the caller fail.
+  }
+}

@@ -1,0 +1,32 @@
+// Writing a package from a loaded project: the main document and the view file in the SOI
+// directory, a product document and its geometry for every product reached, in the product cache.
+#ifndef NOM_NOMZUBPROXY_PACKAGE_WRITER_H_
+#define NOM_NOMZUBPROXY_PACKAGE_WRITER_H_
+
+#include <set>
+#include <string>
+
+#include "NOMSOITypes.h"
+#include "NOMZUBProxy/filter.h"
+#include "NOMZUBProxy/project_model.h"
+
+namespace nomzub::proxy {
+
+// Writes the package called name for the top-level entries of project that lie in one of lists
+// and pass filter; fills the identifier cache, registers the objects and the package (which the
+// caller has cleared before, so that a failure leaves none).
+// input and option are the generator's arguments (syntax in NOMZUBVGXGenerator.h). S_OK; E_FAIL
+// with the cause at level 2.
+HRESULT GeneratePackage(const Project& project, const Filter& filter, const std::string& input,
+                        const std::string& soiDirectory, const std::string& name,
+                        const std::string& option);
+
+// A 12-number placement matrix text: the rotation rows, then the translation.
+std::string PlacementText(const Placement& placement);
+
+// The module path ("Z:\...") of an absolute native path, through the default Z: drive.
+std::string ModulePathOf(const std::string& nativeAbsolute);
+
+}  // namespace nomzub::proxy
+
+#endif  // NOM_NOMZUBPROXY_PACKAGE_WRITER_H_

@@ -1,0 +1,290 @@
+// NOMZUBDOMWrapper over pugixml. Strings cross the wrapper in the process's code page and are
+// stored in UTF-8; files are read and written through the current Env.
+#include <strings.h>
+
+#include <atomic>
+#include <cstring>
+
+#include "NOMZUBVGXTranslator/error_text.h"
+#include "NOMZUBVGXTranslator/xml_handles.h"
+#include "platform/codepage.h"
+#include "platform/env.h"
+#include "services/NOMZUBDOMWrapper.h"
+#include "services/NOMZUBLog.h"
+
+using nomzub::DomCall;
+using nomzub::XmlDocument;
+using nomzub::XmlNode;
+
+struct NOMZUBDOMWrapper::Impl {
+  std::shared_ptr<XmlDocument> document;  // null: no document
+  std::string path;                       // given to the last OpenDocument
+};
+
+namespace nomzub {
+
+DomHook::~DomHook() = default;
+
+namespace {
+
+std::atomic<DomHook*> g_hook{nullptr};
+
+// Every node kind is kept, and whitespace-only text too, so that saving an unchanged document
+// writes it back as it was. Line ends are kept as they are (no parse_eol).
+constexpr unsigned kParseOptions = (pugi::parse_full | pugi::parse_ws_pcdata) & ~pugi::parse_eol;
+constexpr char kDeclaration[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
+
+HRESULT ConsultHook(DomCall call, const std::string& argument) {
+  DomHook* hook = g_hook.load();
+  return hook == nullptr ? S_OK : hook->Before(call, argument);
+}
+
+// Nulls the out argument and consults the hook; the operation goes on only for a result that is
+// not negative.
+template <typename Handle>
+HRESULT Begin(DomCall call, const std::string& argument, Handle** out) {
+  if (out == nullptr) return E_POINTER;
+  *out = nullptr;
+  return ConsultHook(call, argument);
+}
+
+// The handle behind node when it is an element handle of this library, else null.
+XmlNode* ElementHandle(IXMLDOMNode* node) {
+  XmlNode* handle = node == nullptr ? nullptr : XmlNode::From(node);
+  return handle != nullptr && handle->node().type() == pugi::node_element ? handle : nullptr;
+}
+
+// Calls visit(element) for every element named name below top, in document order, until visit
+// returns false. Iterative, so that deep documents cannot exhaust the stack.
+template <typename Visit>
+void ForEachElementNamed(pugi::xml_node top, const char* name, Visit visit) {
+  pugi::xml_node current = top.first_child();
+  while (current) {
+    if (current.type() == pugi::node_element) {
+      if (std::strcmp(current.name(), name) == 0 && !visit(current)) return;
+      if (pugi::xml_node child = current.first_child()) {
+        current = child;
+        continue;
+      }
+    }
+    while (!current.next_sibling()) {
+      current = current.parent();
+      if (current == top) return;
+    }
+    current = current.next_sibling();
+  }
+}
+
+// "\r\n" when the first line of the buffer ends so, else "\n".
+const char* LineEndOf(const std::string& buffer) {
+  const size_t newline = buffer.find('\n');
+  return newline != std::string::npos && newline > 0 && buffer[newline - 1] == '\r' ? "\r\n" : "\n";
+}
+
+class StringWriter : public pugi::xml_writer {
+ public:
+  explicit StringWriter(std::string* out) : out_(out) {}
+  void write(const void* data, size_t size) override {
+    out_->append(static_cast<const char*>(data), size);
+  }
+
+ private:
+  std::string* out_;
+};
+
+bool EqualsIgnoringCase(const char* a, const char* b) { return strcasecmp(a, b) == 0; }
+
+// The text SaveDoc writes: UTF-8 without a byte-order mark, starting with a declaration (the
+// document's own, its encoding made UTF-8, or a standard one).
+std::string Serialize(XmlDocument& document) {
+  std::string text;
+  StringWriter writer(&text);
+  const char* line_end = document.line_end;
+  pugi::xml_node declaration = document.xml.first_child();
+  if (declaration.type() == pugi::node_declaration) {
+    pugi::xml_attribute encoding = declaration.attribute("encoding");
+    if (encoding && !EqualsIgnoringCase(encoding.value(), "UTF-8")) encoding.set_value("UTF-8");
+  } else {
+    text = std::string(kDeclaration) + line_end;
+  }
+  if (document.created) {
+    document.xml.save(writer, "  ", pugi::format_indent | pugi::format_no_declaration,
+                      pugi::encoding_utf8);
+    return text;
+  }
+  // Whitespace between top-level nodes is not part of the tree: each goes on a line of its own.
+  for (pugi::xml_node child : document.xml.children()) {
+    child.print(writer, "", pugi::format_raw, pugi::encoding_utf8);
+    text += line_end;
+  }
+  return text;
+}
+
+}  // namespace
+
+DomHook* SetDomHook(DomHook* hook) { return g_hook.exchange(hook); }
+
+}  // namespace nomzub
+
+NOMZUBDOMWrapper::NOMZUBDOMWrapper() : impl_(std::make_shared<Impl>()) {}
+
+NOMZUBDOMWrapper::~NOMZUBDOMWrapper() = default;
+
+HRESULT NOMZUBDOMWrapper::OpenDocument(const std::string& path) {
+  const HRESULT hook = nomzub::ConsultHook(DomCall::kOpenDocument, path);
+  if (hook < 0) return hook;
+  impl_->path = path;
+  impl_->document.reset();
+
+  auto document = std::make_shared<XmlDocument>();
+  if (const DWORD error = nomplat::CurrentEnv()->ReadFile(path, &document->buffer)) {
+    nomzub::LogServiceError("Cannot read XML document " + path + ": " +
+                            nomzub::DescribeWindowsError(error));
+    return HRESULT_FROM_WIN32(error);
+  }
+  document->line_end = nomzub::LineEndOf(document->buffer);
+  const pugi::xml_parse_result parsed = document->xml.load_buffer_inplace(
+      document->buffer.data(), document->buffer.size(), nomzub::kParseOptions);
+  if (!parsed) {
+    nomzub::LogServiceError("Cannot parse XML document " + path + ": " + parsed.description() +
+                            " at offset " + std::to_string(parsed.offset));
+    return E_FAIL;
+  }
+  impl_->document = std::move(document);
+  return S_OK;
+}
+
+HRESULT NOMZUBDOMWrapper::CreateDocument() {
+  const HRESULT hook = nomzub::ConsultHook(DomCall::kCreateDocument, "");
+  if (hook < 0) return hook;
+  auto document = std::make_shared<XmlDocument>();
+  document->created = true;
+  impl_->document = std::move(document);
+  return S_OK;
+}
+
+HRESULT NOMZUBDOMWrapper::CreateRootNode(const std::string& name, IXMLDOMNode** node) {
+  const HRESULT hook = nomzub::Begin(DomCall::kCreateRootNode, name, node);
+  if (hook < 0) return hook;
+  if (!impl_->document || impl_->document->xml.document_element()) return E_FAIL;
+  pugi::xml_node root = impl_->document->xml.append_child(nomplat::AcpToUtf8(name).c_str());
+  *node = XmlNode::Create(impl_->document, root);
+  return S_OK;
+}
+
+HRESULT NOMZUBDOMWrapper::CreateChildNode(IXMLDOMNode* parent, const std::string& name,
+                                          IXMLDOMNode** node) {
+  const HRESULT hook = nomzub::Begin(DomCall::kCreateChildNode, name, node);
+  if (hook < 0) return hook;
+  XmlNode* handle = nomzub::ElementHandle(parent);
+  if (handle == nullptr || !impl_->document || handle->document() != impl_->document) {
+    return E_INVALIDARG;
+  }
+  pugi::xml_node child = handle->node().append_child(nomplat::AcpToUtf8(name).c_str());
+  *node = XmlNode::Create(impl_->document, child);
+  return S_OK;
+}
+
+HRESULT NOMZUBDOMWrapper::GetNode(const std::string& name, IXMLDOMNode** node, std::string attrName,
+                                  std::string attrValue) {
+  const HRESULT hook = nomzub::Begin(DomCall::kGetNode, name, node);
+  if (hook < 0) return hook;
+  if (!impl_->document) return S_FALSE;
+  const std::string attribute = nomplat::AcpToUtf8(attrName);
+  const std::string value = nomplat::AcpToUtf8(attrValue);
+  pugi::xml_node found;
+  nomzub::ForEachElementNamed(impl_->document->xml, nomplat::AcpToUtf8(name).c_str(),
+                              [&](pugi::xml_node element) {
+                                pugi::xml_attribute a = element.attribute(attribute.c_str());
+                                if (a && value == a.value()) found = element;
+                                return !found;
+                              });
+  if (!found) return S_FALSE;
+  *node = XmlNode::Create(impl_->document, found);
+  return S_OK;
+}
+
+HRESULT NOMZUBDOMWrapper::GetNodes(const std::string& name, IXMLDOMNodeList** list) {
+  const HRESULT hook = nomzub::Begin(DomCall::kGetNodes, name, list);
+  if (hook < 0) return hook;
+  if (!impl_->document) return E_FAIL;
+  std::vector<pugi::xml_node> nodes;
+  nomzub::ForEachElementNamed(impl_->document->xml, nomplat::AcpToUtf8(name).c_str(),
+                              [&](pugi::xml_node element) {
+                                nodes.push_back(element);
+                                return true;
+                              });
+  *list = nomzub::XmlNodeList::Create(impl_->document, std::move(nodes));
+  return S_OK;
+}
+
+HRESULT NOMZUBDOMWrapper::GetChildNodes(IXMLDOMNode* node, IXMLDOMNodeList** list,
+                                        std::string name) {
+  const HRESULT hook = nomzub::Begin(DomCall::kGetChildNodes, name, list);
+  if (hook < 0) return hook;
+  XmlNode* handle = nomzub::ElementHandle(node);
+  if (handle == nullptr) return E_INVALIDARG;
+  const std::string wanted = nomplat::AcpToUtf8(name);
+  std::vector<pugi::xml_node> nodes;
+  for (pugi::xml_node child : handle->node().children(wanted.c_str())) {
+    if (child.type() == pugi::node_element) nodes.push_back(child);
+  }
+  *list = nomzub::XmlNodeList::Create(handle->document(), std::move(nodes));
+  return S_OK;
+}
+
+HRESULT NOMZUBDOMWrapper::GetAttribute(IXMLDOMNode* node, const std::string& name,
+                                       std::string& value) {
+  const HRESULT hook = nomzub::ConsultHook(DomCall::kGetAttribute, name);
+  if (hook < 0) return hook;
+  XmlNode* handle = nomzub::ElementHandle(node);
+  if (handle == nullptr) return E_INVALIDARG;
+  pugi::xml_attribute attribute = handle->node().attribute(nomplat::AcpToUtf8(name).c_str());
+  if (!attribute) return S_FALSE;
+  value = nomplat::Utf8ToAcp(attribute.value());
+  return S_OK;
+}
+
+HRESULT NOMZUBDOMWrapper::AddAttribute(IXMLDOMNode* node, const std::string& name,
+                                       const std::string& value) {
+  const HRESULT hook = nomzub::ConsultHook(DomCall::kAddAttribute, name);
+  if (hook < 0) return hook;
+  XmlNode* handle = nomzub::ElementHandle(node);
+  if (handle == nullptr) return E_INVALIDARG;
+  pugi::xml_node element = handle->node();
+  const std::string xml_name = nomplat::AcpToUtf8(name);
+  pugi::xml_attribute attribute = element.attribute(xml_name.c_str());
+  if (!attribute) attribute = element.append_attribute(xml_name.c_str());
+  attribute.set_value(nomplat::AcpToUtf8(value).c_str());
+  return S_OK;
+}
+
+HRESULT NOMZUBDOMWrapper::SaveDoc(const std::string& path) {
+  const HRESULT hook = nomzub::ConsultHook(DomCall::kSaveDoc, path);
+  if (hook < 0) return hook;
+  if (!impl_->document) {
+    nomzub::LogServiceError("Cannot save XML document " + path + ": no document is open");
+    return E_FAIL;
+  }
+  const std::string text = nomzub::Serialize(*impl_->document);
+  if (const DWORD error = nomplat::CurrentEnv()->WriteFileAtomic(path, text)) {
+    nomzub::LogServiceError("Cannot save XML document " + path + ": " +
+                            nomzub::DescribeWindowsError(error));
+    return HRESULT_FROM_WIN32(error);
+  }
+  return S_OK;
+}
+
+HRESULT NOMZUBDOMWrapper::GetRootNode(IXMLDOMNode** node) {
+  if (node == nullptr) return E_POINTER;
+  *node = nullptr;
+  if (!impl_->document) return E_FAIL;
+  pugi::xml_node root = impl_->document->xml.document_element();
+  if (!root) return S_FALSE;
+  *node = XmlNode::Create(impl_->document, root);
+  return S_OK;
+}
+
+const std::string& NOMZUBDOMWrapper::DocumentPath() const { return impl_->path; }
+
+bool NOMZUBDOMWrapper::HasDocument() const { return impl_->document != nullptr; }

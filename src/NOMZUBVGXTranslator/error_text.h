@@ -1,0 +1,17 @@
+// Readable text for the Windows error numbers the platform layer reports. Private to
+// NOMZUBVGXTranslator.
+#ifndef NOM_NOMZUBVGXTRANSLATOR_ERROR_TEXT_H_
+#define NOM_NOMZUBVGXTRANSLATOR_ERROR_TEXT_H_
+
+#include <string>
+
+#include "NOMSOITypes.h"
+
+namespace nomzub {
+
+// "Windows error 2 (file not found)"; numbers without a known text give "Windows error N".
+std::string DescribeWindowsError(DWORD error);
+
+}  // namespace nomzub
+
+#endif  // NOM_NOMZUBVGXTRANSLATOR_ERROR_TEXT_H_

@@ -1,0 +1,368 @@
+// The default Env over POSIX calls, the Env in force, and the wrappers tests build on.
+#include "platform/env.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/paths.h"
+
+namespace nomplat {
+namespace {
+
+constexpr DWORD kErrorFileNotFound = 2;
+constexpr DWORD kErrorPathNotFound = 3;
+constexpr DWORD kErrorAccessDenied = 5;
+constexpr DWORD kErrorSharingViolation = 32;
+constexpr DWORD kErrorFileExists = 80;
+
+// A file descriptor closed when it goes out of scope.
+class Fd {
+ public:
+  explicit Fd(int fd) : fd_(fd) {}
+  ~Fd() {
+    if (fd_ >= 0) close(fd_);
+  }
+  Fd(Fd&& other) noexcept : fd_(other.fd_) { other.fd_ = -1; }
+  Fd& operator=(Fd&& other) noexcept {
+    std::swap(fd_, other.fd_);
+    return *this;
+  }
+  int get() const { return fd_; }
+  explicit operator bool() const { return fd_ >= 0; }
+  // Closes now; returns 0 or the Windows error of a failed close (a late write error).
+  DWORD Close() {
+    const int rc = close(fd_);
+    fd_ = -1;
+    return rc == 0 ? 0 : MapErrno(errno);
+  }
+
+ private:
+  int fd_;
+};
+
+// A file whose mode grants no write permission to anyone is read-only, as a file with Windows'
+// read-only attribute; checked by us because the kernel lets root write it.
+bool IsReadOnly(const struct stat& st) { return (st.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0; }
+
+// The directory holding native path p ("." for a bare name).
+std::string ParentOf(std::string p) {
+  while (p.size() > 1 && p.back() == '/') p.pop_back();
+  const size_t slash = p.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : p.substr(0, slash);
+}
+
+// The Windows error for errno err from a call on native path p: a missing entry is a missing
+// file (2) when its directory exists and a missing directory (3) otherwise.
+DWORD PathError(const std::string& p, int err) {
+  if (err != ENOENT) return MapErrno(err);
+  struct stat st;
+  const std::string parent = ParentOf(p);
+  return stat(parent.c_str(), &st) == 0 && S_ISDIR(st.st_mode) ? kErrorFileNotFound
+                                                               : kErrorPathNotFound;
+}
+
+// Opens native path p for reading without blocking on a FIFO; *st receives its status.
+// Returns 0 or the Windows error; anything but a regular file is refused with 5.
+DWORD OpenRegularForReading(const std::string& p, Fd* fd, struct stat* st) {
+  Fd opened(open(p.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!opened) return PathError(p, errno);
+  if (fstat(opened.get(), st) != 0) return MapErrno(errno);
+  if (!S_ISREG(st->st_mode)) return kErrorAccessDenied;
+  *fd = std::move(opened);
+  return 0;
+}
+
+DWORD WriteAll(int fd, const char* data, size_t size) {
+  while (size > 0) {
+    const ssize_t n = write(fd, data, size);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return MapErrno(errno);
+    }
+    data += n;
+    size -= static_cast<size_t>(n);
+  }
+  return 0;
+}
+
+DWORD CopyByReadWrite(int in, int out) {
+  std::vector<char> buffer(1 << 16);
+  for (;;) {
+    const ssize_t n = read(in, buffer.data(), buffer.size());
+    if (n == 0) return 0;
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return MapErrno(errno);
+    }
+    if (const DWORD error = WriteAll(out, buffer.data(), static_cast<size_t>(n))) return error;
+  }
+}
+
+// Copies the rest of in to out in the kernel (which may share extents) or, where the file
+// systems do not allow it, through a buffer. Files that report no size (as in /proc) are read.
+DWORD CopyContents(int in, int out, const struct stat& source) {
+  if (source.st_size == 0) return CopyByReadWrite(in, out);
+  for (;;) {
+    const ssize_t n = copy_file_range(in, nullptr, out, nullptr, 1 << 30, 0);
+    if (n > 0) continue;
+    if (n == 0) return 0;
+    if (errno == EINTR) continue;
+    if (errno == EXDEV || errno == ENOSYS || errno == EINVAL || errno == EOPNOTSUPP) {
+      return CopyByReadWrite(in, out);
+    }
+    return MapErrno(errno);
+  }
+}
+
+// Gives out the modification time of source; the access time is left alone.
+DWORD KeepModificationTime(int out, const struct stat& source) {
+  const struct timespec times[2] = {{0, UTIME_OMIT}, source.st_mtim};
+  return futimens(out, times) == 0 ? 0 : MapErrno(errno);
+}
+
+// Checks that an existing target st may be replaced: not a directory, not read-only.
+DWORD CheckReplaceable(const struct stat& st) {
+  return S_ISDIR(st.st_mode) || IsReadOnly(st) ? kErrorAccessDenied : 0;
+}
+
+// A new, uniquely named file beside native path target, for writing.
+DWORD CreateTempBeside(const std::string& target, Fd* fd, std::string* tempPath) {
+  static std::atomic<unsigned> counter{0};
+  const std::string prefix = ParentOf(target) + "/.nomtmp." + std::to_string(getpid()) + ".";
+  for (;;) {
+    *tempPath = prefix + std::to_string(counter.fetch_add(1));
+    Fd created(open(tempPath->c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    if (created) {
+      *fd = std::move(created);
+      return 0;
+    }
+    if (errno != EEXIST) return PathError(*tempPath, errno);
+  }
+}
+
+DWORD MakeDirectories(const std::string& native) {
+  struct stat st;
+  if (stat(native.c_str(), &st) == 0) return S_ISDIR(st.st_mode) ? 0 : MapErrno(EEXIST);
+  if (errno != ENOENT) return MapErrno(errno);
+  const std::string parent = ParentOf(native);
+  if (parent != native) {
+    if (const DWORD error = MakeDirectories(parent)) return error;
+  }
+  if (mkdir(native.c_str(), 0777) != 0 && errno != EEXIST) return MapErrno(errno);
+  return 0;
+}
+
+class PosixEnv : public Env {
+ public:
+  bool CanOpenForReading(const std::string& path) override {
+    std::string native;
+    DWORD error = 0;
+    if (!ToNativePath(path, &native, &error)) return false;
+    Fd fd(-1);
+    struct stat st;
+    return OpenRegularForReading(native, &fd, &st) == 0;
+  }
+
+  DWORD CopyFile(const std::string& src, const std::string& dst, bool failIfExists) override {
+    std::string from, to;
+    DWORD error = 0;
+    if (!ToNativePath(src, &from, &error) || !ToNativePath(dst, &to, &error)) return error;
+    Fd in(-1);
+    struct stat source;
+    if ((error = OpenRegularForReading(from, &in, &source)) != 0) {
+      return error;
+    }
+    struct stat target;
+    const bool exists = stat(to.c_str(), &target) == 0;
+    if (!exists && errno != ENOENT) return PathError(to, errno);
+    if (exists) {
+      if (failIfExists) return kErrorFileExists;
+      if ((error = CheckReplaceable(target)) != 0) return error;
+      // Windows refuses to copy a file onto itself; truncating it here would lose it.
+      if (target.st_dev == source.st_dev && target.st_ino == source.st_ino) {
+        return kErrorSharingViolation;
+      }
+    }
+    Fd out(open(to.c_str(), O_WRONLY | O_CLOEXEC | (exists ? O_TRUNC : O_CREAT | O_EXCL), 0666));
+    if (!out) return PathError(to, errno);
+    error = CopyContents(in.get(), out.get(), source);
+    if (error == 0) error = KeepModificationTime(out.get(), source);
+    const DWORD closeError = out.Close();
+    if (error == 0) error = closeError;
+    if (error != 0) unlink(to.c_str());  // no partial target is left behind
+    return error;
+  }
+
+  DWORD ReadFile(const std::string& path, std::string* contents) override {
+    contents->clear();
+    std::string native;
+    DWORD error = 0;
+    if (!ToNativePath(path, &native, &error)) return error;
+    Fd fd(-1);
+    struct stat st;
+    if ((error = OpenRegularForReading(native, &fd, &st)) != 0) return error;
+    contents->reserve(static_cast<size_t>(st.st_size));
+    char buffer[1 << 16];
+    for (;;) {
+      const ssize_t n = read(fd.get(), buffer, sizeof buffer);
+      if (n == 0) return 0;
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0) {
+        contents->clear();
+        return MapErrno(errno);
+      }
+      contents->append(buffer, static_cast<size_t>(n));
+    }
+  }
+
+  DWORD WriteFileAtomic(const std::string& path, const std::string& contents) override {
+    std::string native;
+    DWORD error = 0;
+    if (!ToNativePath(path, &native, &error)) return error;
+    struct stat existing;
+    const bool exists = stat(native.c_str(), &existing) == 0;
+    if (!exists && errno != ENOENT) return PathError(native, errno);
+    if (exists && (error = CheckReplaceable(existing)) != 0) return error;
+    Fd fd(-1);
+    std::string temp;
+    if ((error = CreateTempBeside(native, &fd, &temp)) != 0) return error;
+    error = WriteAll(fd.get(), contents.data(), contents.size());
+    // The replacement keeps the permissions of the file it replaces.
+    if (error == 0 && exists && fchmod(fd.get(), existing.st_mode & 07777) != 0) {
+      error = MapErrno(errno);
+    }
+    if (error == 0 && fsync(fd.get()) != 0) error = MapErrno(errno);
+    const DWORD closeError = fd.Close();
+    if (error == 0) error = closeError;
+    if (error == 0 && rename(temp.c_str(), native.c_str()) != 0) error = PathError(native, errno);
+    if (error != 0) unlink(temp.c_str());
+    return error;
+  }
+
+  DWORD CreateDirectories(const std::string& path) override {
+    std::string native;
+    DWORD error = 0;
+    if (!ToNativePath(path, &native, &error)) return error;
+    return MakeDirectories(native);
+  }
+
+  bool GetEnvironmentVariable(const std::string& name, std::string* value) override {
+    const char* found = std::getenv(name.c_str());
+    if (found == nullptr) {
+      value->clear();
+      return false;
+    }
+    *value = found;
+    return true;
+  }
+};
+
+// The Env installed by SetCurrentEnv; null for the default.
+std::atomic<Env*> g_current{nullptr};
+
+}  // namespace
+
+Env::~Env() = default;
+
+Env* Env::Default() {
+  static PosixEnv env;
+  return &env;
+}
+
+Env* CurrentEnv() {
+  Env* env = g_current.load(std::memory_order_acquire);
+  return env != nullptr ? env : Env::Default();
+}
+
+Env* SetCurrentEnv(Env* env) {
+  Env* previous = g_current.exchange(env, std::memory_order_acq_rel);
+  return previous != nullptr ? previous : Env::Default();
+}
+
+// --- EnvWrapper ---------------------------------------------------------------------------------
+
+bool EnvWrapper::CanOpenForReading(const std::string& path) {
+  return target_->CanOpenForReading(path);
+}
+DWORD EnvWrapper::CopyFile(const std::string& src, const std::string& dst, bool failIfExists) {
+  return target_->CopyFile(src, dst, failIfExists);
+}
+DWORD EnvWrapper::ReadFile(const std::string& path, std::string* contents) {
+  return target_->ReadFile(path, contents);
+}
+DWORD EnvWrapper::WriteFileAtomic(const std::string& path, const std::string& contents) {
+  return target_->WriteFileAtomic(path, contents);
+}
+DWORD EnvWrapper::CreateDirectories(const std::string& path) {
+  return target_->CreateDirectories(path);
+}
+bool EnvWrapper::GetEnvironmentVariable(const std::string& name, std::string* value) {
+  return target_->GetEnvironmentVariable(name, value);
+}
+
+// --- FaultInjectionEnv --------------------------------------------------------------------------
+
+void FaultInjectionEnv::FailOn(Op op, int nth, DWORD error, bool sticky) {
+  plans_[op].push_back({nth, error, sticky});
+}
+
+int FaultInjectionEnv::Count(Op op) const { return counts_[op]; }
+
+void FaultInjectionEnv::Reset() {
+  for (int op = 0; op < kOpCount; ++op) {
+    counts_[op] = 0;
+    plans_[op].clear();
+  }
+}
+
+DWORD FaultInjectionEnv::Tick(Op op) {
+  const int call = ++counts_[op];
+  for (const Plan& plan : plans_[op]) {
+    if (call == plan.nth || (plan.sticky && call > plan.nth)) return plan.error;
+  }
+  return 0;
+}
+
+bool FaultInjectionEnv::CanOpenForReading(const std::string& path) {
+  return Tick(kCanOpenForReading) == 0 && EnvWrapper::CanOpenForReading(path);
+}
+
+DWORD FaultInjectionEnv::CopyFile(const std::string& src, const std::string& dst,
+                                  bool failIfExists) {
+  const DWORD error = Tick(kCopyFile);
+  return error != 0 ? error : EnvWrapper::CopyFile(src, dst, failIfExists);
+}
+
+DWORD FaultInjectionEnv::ReadFile(const std::string& path, std::string* contents) {
+  const DWORD error = Tick(kReadFile);
+  if (error == 0) return EnvWrapper::ReadFile(path, contents);
+  contents->clear();
+  return error;
+}
+
+DWORD FaultInjectionEnv::WriteFileAtomic(const std::string& path, const std::string& contents) {
+  const DWORD error = Tick(kWriteFileAtomic);
+  return error != 0 ? error : EnvWrapper::WriteFileAtomic(path, contents);
+}
+
+DWORD FaultInjectionEnv::CreateDirectories(const std::string& path) {
+  const DWORD error = Tick(kCreateDirectories);
+  return error != 0 ? error : EnvWrapper::CreateDirectories(path);
+}
+
+bool FaultInjectionEnv::GetEnvironmentVariable(const std::string& name, std::string* value) {
+  if (Tick(kGetEnvironmentVariable) == 0) return EnvWrapper::GetEnvironmentVariable(name, value);
+  value->clear();
+  return false;
+}
+
+}  // namespace nomplat

@@ -1,0 +1,423 @@
+// Module paths (Windows-style, in the process's code page) to native UTF-8 paths.
+#include "platform/paths.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <wctype.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <mutex>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "platform/codepage.h"
+#include "services/NOMZUBLog.h"
+
+namespace nomplat {
+namespace {
+
+constexpr DWORD kErrorFileNotFound = 2;
+constexpr DWORD kErrorPathNotFound = 3;
+constexpr DWORD kErrorAccessDenied = 5;
+constexpr DWORD kErrorSharingViolation = 32;
+constexpr DWORD kErrorFileExists = 80;
+constexpr DWORD kErrorDiskFull = 112;
+constexpr DWORD kErrorBadNetPath = 53;
+constexpr DWORD kErrorFilenameTooLong = 206;
+constexpr DWORD kErrorInternal = 1359;
+
+bool IsSeparator(char c) { return c == '\\' || c == '/'; }
+
+// Case mappings of ASCII letters alone, whatever the process's locale.
+char AsciiLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+char32_t AsciiUpper(char32_t c) { return c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c; }
+bool IsDriveLetter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
+
+// A native directory as the maps keep it: no trailing "/" except for the root itself.
+std::string TrimDirectory(std::string dir) {
+  while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
+  return dir;
+}
+
+// Splits "\\server\share[\]" (UTF-8, either separator) into the share map's key
+// "\\server\share" in lower case. Returns false for anything else.
+bool ShareKey(const std::string& unc, std::string* key) {
+  if (unc.size() < 2 || !IsSeparator(unc[0]) || !IsSeparator(unc[1])) return false;
+  size_t serverEnd = 2;
+  while (serverEnd < unc.size() && !IsSeparator(unc[serverEnd])) ++serverEnd;
+  size_t shareEnd = serverEnd + 1;
+  while (shareEnd < unc.size() && !IsSeparator(unc[shareEnd])) ++shareEnd;
+  if (serverEnd == 2 || serverEnd >= unc.size() || shareEnd == serverEnd + 1) return false;
+  for (size_t i = shareEnd; i < unc.size(); ++i) {
+    if (!IsSeparator(unc[i])) return false;
+  }
+  key->assign("\\\\");
+  for (size_t i = 2; i < shareEnd; ++i) *key += i == serverEnd ? '\\' : AsciiLower(unc[i]);
+  return true;
+}
+
+// The drive and share maps. The environment's mappings are read on first use and again after
+// ResetPathMaps, so that a reset returns to the state the process started with.
+class PathMaps {
+ public:
+  // The native root of a drive letter; "" when unmapped.
+  std::string Drive(char letter) {
+    std::vector<std::string> problems;
+    std::string root;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      LoadLocked(&problems);
+      root = drives_[DriveIndex(letter)];
+    }
+    Report(problems);
+    return root;
+  }
+
+  // The native root of a share key (ShareKey); "" when unmapped.
+  std::string Share(const std::string& key) {
+    std::vector<std::string> problems;
+    std::string root;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      LoadLocked(&problems);
+      for (const auto& share : shares_) {
+        if (share.first == key) root = share.second;
+      }
+    }
+    Report(problems);
+    return root;
+  }
+
+  void MapDrive(char letter, const std::string& nativeDir) {
+    std::vector<std::string> problems;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      LoadLocked(&problems);
+      if (!MapDriveLocked(letter, nativeDir)) {
+        problems.push_back(std::string("Cannot map drive \"") + letter + "\": not a letter");
+      }
+    }
+    Report(problems);
+  }
+
+  void MapShare(const std::string& uncPrefix, const std::string& nativeDir) {
+    std::vector<std::string> problems;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      LoadLocked(&problems);
+      if (!MapShareLocked(uncPrefix, nativeDir)) {
+        problems.push_back("Cannot map share \"" + uncPrefix + "\": expected \\\\server\\share");
+      }
+    }
+    Report(problems);
+  }
+
+  void Reset() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (std::string& root : drives_) root.clear();
+    shares_.clear();
+    loaded_ = false;
+  }
+
+ private:
+  static int DriveIndex(char letter) {
+    return static_cast<int>(AsciiUpper(static_cast<char32_t>(letter)) - 'A');
+  }
+
+  bool MapDriveLocked(char letter, const std::string& nativeDir) {
+    if (!IsDriveLetter(letter)) return false;
+    drives_[DriveIndex(letter)] = TrimDirectory(nativeDir);
+    return true;
+  }
+
+  bool MapShareLocked(const std::string& uncPrefix, const std::string& nativeDir) {
+    std::string key;
+    if (!ShareKey(AcpToUtf8(uncPrefix), &key)) return false;
+    for (auto& share : shares_) {
+      if (share.first == key) {
+        share.second = TrimDirectory(nativeDir);
+        return true;
+      }
+    }
+    shares_.emplace_back(key, TrimDirectory(nativeDir));
+    return true;
+  }
+
+  // Z: is "/"; then NOMZUB_DRIVES ("C=/mnt/c;D=/srv/d") and NOMZUB_SHARES
+  // ("\\srv\pub=/mnt/pub;..."). Entries that do not parse are described in *problems.
+  void LoadLocked(std::vector<std::string>* problems) {
+    if (loaded_) return;
+    loaded_ = true;
+    drives_['Z' - 'A'] = "/";
+    ForEachEntry("NOMZUB_DRIVES", "L=/directory", problems,
+                 [this](const std::string& name, const std::string& dir) {
+                   return name.size() == 1 && MapDriveLocked(name[0], dir);
+                 });
+    ForEachEntry("NOMZUB_SHARES", "\\\\server\\share=/directory", problems,
+                 [this](const std::string& name, const std::string& dir) {
+                   return MapShareLocked(name, dir);
+                 });
+  }
+
+  // Calls map(name, dir) for each "name=dir" entry of a ";"-separated variable; an entry without
+  // "=", with an empty directory or that map refuses is described in *problems with the form
+  // expected.
+  template <typename MapFn>
+  static void ForEachEntry(const char* variable, const char* expected,
+                           std::vector<std::string>* problems, MapFn map) {
+    const char* value = std::getenv(variable);
+    if (value == nullptr) return;
+    const std::string list = value;
+    size_t start = 0;
+    while (start <= list.size()) {
+      size_t end = list.find(';', start);
+      if (end == std::string::npos) end = list.size();
+      const std::string entry = list.substr(start, end - start);
+      const size_t eq = entry.find('=');
+      if (!entry.empty() && (eq == std::string::npos || eq + 1 == entry.size() ||
+                             !map(entry.substr(0, eq), entry.substr(eq + 1)))) {
+        problems->push_back(std::string(variable) + ": ignoring \"" + entry + "\" (expected " +
+                            expected + ")");
+      }
+      start = end + 1;
+    }
+  }
+
+  // Logs outside the lock: the log may itself look at the environment.
+  static void Report(const std::vector<std::string>& problems) {
+    for (const std::string& problem : problems) nomzub::LogServiceError(problem);
+  }
+
+  std::mutex mutex_;
+  bool loaded_ = false;
+  std::string drives_[26];
+  std::vector<std::pair<std::string, std::string>> shares_;
+};
+
+PathMaps& Maps() {
+  static PathMaps maps;
+  return maps;
+}
+
+// -1 until NOMZUB_CASE_SENSITIVE has been read; then 1 (fallback on) or 0.
+std::atomic<int> g_caseInsensitive{-1};
+
+// --- case-insensitive look-up -----------------------------------------------------------------
+
+// The next code point of a UTF-8 name at *i; a byte that starts no valid sequence stands for
+// itself (offset so it never equals a real character).
+char32_t NextCodePoint(std::string_view s, size_t* i) {
+  const unsigned char b = static_cast<unsigned char>(s[*i]);
+  const int length = b < 0x80           ? 1
+                     : (b >> 5) == 0x6  ? 2
+                     : (b >> 4) == 0xE  ? 3
+                     : (b >> 3) == 0x1E ? 4
+                                        : 0;
+  if (length == 0 || *i + length > s.size()) {
+    ++*i;
+    return 0x110000 + b;
+  }
+  char32_t cp = length == 1 ? b : b & (0x7F >> length);
+  for (int k = 1; k < length; ++k) {
+    const unsigned char c = static_cast<unsigned char>(s[*i + k]);
+    if ((c & 0xC0) != 0x80) {
+      ++*i;
+      return 0x110000 + b;
+    }
+    cp = (cp << 6) | (c & 0x3F);
+  }
+  *i += length;
+  return cp;
+}
+
+// Upper case as Windows compares file names: simple one-to-one mappings.
+char32_t FoldCase(char32_t c) {
+  if (c < 0x80) return AsciiUpper(c);
+  static const locale_t unicode = newlocale(LC_CTYPE_MASK, "C.UTF-8", static_cast<locale_t>(0));
+  if (c >= 0x110000 || unicode == static_cast<locale_t>(0)) return c;
+  return static_cast<char32_t>(towupper_l(static_cast<wint_t>(c), unicode));
+}
+
+bool SameIgnoringCase(std::string_view a, std::string_view b) {
+  size_t i = 0, j = 0;
+  while (i < a.size() && j < b.size()) {
+    if (FoldCase(NextCodePoint(a, &i)) != FoldCase(NextCodePoint(b, &j))) return false;
+  }
+  return i == a.size() && j == b.size();
+}
+
+bool Exists(const std::string& native) {
+  struct stat st;
+  return lstat(native.c_str(), &st) == 0;
+}
+
+// dir joined with name by one "/" ("" is the working directory).
+std::string Join(const std::string& dir, const std::string& name) {
+  if (dir.empty()) return name;
+  return dir.back() == '/' ? dir + name : dir + "/" + name;
+}
+
+std::string JoinAll(std::string dir, const std::vector<std::string>& names, size_t from,
+                    size_t to) {
+  for (size_t k = from; k < to; ++k) dir = Join(dir, names[k]);
+  return dir;
+}
+
+// The entry of dir that is name, exactly or else as the one entry equal to it ignoring case.
+bool FindEntry(const std::string& dir, const std::string& name, std::string* entry) {
+  if (Exists(Join(dir, name))) {
+    *entry = name;
+    return true;
+  }
+  DIR* d = opendir(dir.empty() ? "." : dir.c_str());
+  if (d == nullptr) return false;
+  int matches = 0;
+  while (const dirent* e = readdir(d)) {
+    if (SameIgnoringCase(e->d_name, name)) {
+      *entry = e->d_name;
+      ++matches;
+    }
+  }
+  closedir(d);
+  return matches == 1;
+}
+
+// root joined with names, each name that does not exist as written replaced by its unique
+// case-insensitive match; from the first name without one, the rest stays as written.
+std::string ResolveCase(const std::string& root, const std::vector<std::string>& names) {
+  const std::string exact = JoinAll(root, names, 0, names.size());
+  if (names.empty() || Exists(exact)) return exact;
+  // The longest prefix that exists as written; usually the parent directory.
+  size_t known = names.size() - 1;
+  while (known > 0 && !Exists(JoinAll(root, names, 0, known))) --known;
+  std::string path = JoinAll(root, names, 0, known);
+  for (size_t k = known; k < names.size(); ++k) {
+    std::string entry;
+    if (!FindEntry(path, names[k], &entry)) {
+      return JoinAll(path, names, k, names.size());
+    }
+    path = Join(path, entry);
+  }
+  return path;
+}
+
+// The components of rest, with "." dropped and ".." taking away the previous component as
+// Windows does before it touches the disk. Above the root, ".." is dropped for an absolute path
+// and kept for a relative one.
+std::vector<std::string> Components(const std::string& rest, bool absolute) {
+  std::vector<std::string> names;
+  size_t i = 0;
+  while (i < rest.size()) {
+    size_t end = i;
+    while (end < rest.size() && !IsSeparator(rest[end])) ++end;
+    const std::string name = rest.substr(i, end - i);
+    if (name == "..") {
+      if (!names.empty() && names.back() != "..") {
+        names.pop_back();
+      } else if (!absolute) {
+        names.push_back(name);
+      }
+    } else if (!name.empty() && name != ".") {
+      names.push_back(name);
+    }
+    i = end + 1;
+  }
+  return names;
+}
+
+// Finds the native root of path (UTF-8) and where the rest begins. Returns false with *error
+// for an unmapped drive or share; *root is "" for a path relative to the working directory.
+bool SplitRoot(const std::string& path, std::string* root, size_t* restAt, DWORD* error) {
+  if (path.size() >= 2 && IsDriveLetter(path[0]) && path[1] == ':') {
+    *root = Maps().Drive(path[0]);
+    *restAt = 2;
+    if (root->empty()) *error = kErrorPathNotFound;
+    return !root->empty();
+  }
+  if (path.size() >= 2 && IsSeparator(path[0]) && IsSeparator(path[1])) {
+    size_t end = 2;
+    for (int separators = 0; end < path.size(); ++end) {
+      if (IsSeparator(path[end]) && ++separators == 2) break;
+    }
+    std::string key;
+    *root = ShareKey(path.substr(0, end), &key) ? Maps().Share(key) : std::string();
+    *restAt = end;
+    if (root->empty()) *error = kErrorBadNetPath;
+    return !root->empty();
+  }
+  *root = !path.empty() && IsSeparator(path[0]) ? "/" : "";
+  *restAt = 0;
+  return true;
+}
+
+}  // namespace
+
+void MapDrive(char letter, const std::string& nativeDir) { Maps().MapDrive(letter, nativeDir); }
+
+void MapShare(const std::string& uncPrefix, const std::string& nativeDir) {
+  Maps().MapShare(uncPrefix, nativeDir);
+}
+
+void ResetPathMaps() { Maps().Reset(); }
+
+void SetCaseInsensitiveLookup(bool on) { g_caseInsensitive.store(on ? 1 : 0); }
+
+bool CaseInsensitiveLookup() {
+  int on = g_caseInsensitive.load();
+  if (on < 0) {
+    const char* value = std::getenv("NOMZUB_CASE_SENSITIVE");
+    const int fromEnvironment = value != nullptr && std::string(value) == "1" ? 0 : 1;
+    g_caseInsensitive.compare_exchange_strong(on, fromEnvironment);
+    on = g_caseInsensitive.load();
+  }
+  return on == 1;
+}
+
+bool ToNativePath(const std::string& modulePath, std::string* nativePath, DWORD* error) {
+  const std::string path = AcpToUtf8(modulePath);
+  std::string root;
+  size_t restAt = 0;
+  if (!SplitRoot(path, &root, &restAt, error)) return false;
+  const std::vector<std::string> names = Components(path.substr(restAt), !root.empty());
+  *nativePath =
+      CaseInsensitiveLookup() ? ResolveCase(root, names) : JoinAll(root, names, 0, names.size());
+  if (nativePath->empty()) {
+    *nativePath = ".";
+  } else if (!names.empty() && IsSeparator(path.back())) {
+    *nativePath += '/';  // "dir\" names a directory: "file\" must still fail
+  }
+  return true;
+}
+
+DWORD MapErrno(int err) {
+  switch (err) {
+    case 0:
+      return 0;
+    case ENOENT:
+      return kErrorFileNotFound;
+    case ENOTDIR:
+      return kErrorPathNotFound;
+    case EACCES:
+    case EPERM:
+    case EROFS:
+    case EISDIR:
+      return kErrorAccessDenied;
+    case EBUSY:
+    case ETXTBSY:
+      return kErrorSharingViolation;
+    case EEXIST:
+      return kErrorFileExists;
+    case ENOSPC:
+    case EDQUOT:
+      return kErrorDiskFull;
+    case ENAMETOOLONG:
+      return kErrorFilenameTooLong;
+    default:
+      return kErrorInternal;
+  }
+}
+
+}  // namespace nomplat

@@ -1,0 +1,115 @@
+# Shared by the end-to-end scripts of the host: a scratch directory removed at exit, the examples
+# copied into it, exact comparison of raw log lines and of files.
+# Needs NOMSOI (the host binary) and NOMSOI_SOURCE_DIR (the source tree) in the environment.
+: "${NOMSOI:?NOMSOI must name the nomsoi binary}"
+: "${NOMSOI_SOURCE_DIR:?NOMSOI_SOURCE_DIR must name the source tree}"
+
+T=$'\t'
+WORK=$(mktemp -d)
+trap 'rm -rf "$WORK"' EXIT
+unset ADL_ODT_IN NOMZUB_LOG NOMZUB_LOG_FORMAT NOMZUB_DRIVES NOMZUB_SHARES NOMZUB_CODE_PAGE
+
+fail() {
+  echo "FAIL: $*" >&2
+  exit 1
+}
+
+# Copies the examples to $WORK/ex (Pack & Go rewrites documents in place).
+copy_examples() {
+  cp -r "$NOMSOI_SOURCE_DIR/examples" "$WORK/ex"
+}
+
+# The module path the host's arguments turn into: every "/" becomes "\".
+winpath() {
+  printf '%s' "$1" | tr / '\\'
+}
+
+# Expected raw log lines: level, tab, message.
+info() { printf '%s\tInfo:\t %s\n' "$1" "$2"; }
+error() { printf '%s\t****** ERROR:\t %s\n' "$1" "$2"; }
+plain() { printf '%s\t%s\n' "$1" "$2"; }
+
+# The module's own lines of a raw log (levels 0 and 1; the services' level-2 diagnostics left out).
+module_lines() {
+  [ -f "$1" ] || return 0
+  grep -v "^2${T}" "$1" || true
+}
+
+# Fails unless the service diagnostics of a raw log hold no error line.
+expect_no_service_errors() {
+  if grep -q "^2${T}\*\*\*\*\*\* ERROR:" "$1"; then
+    grep "^2${T}" "$1" >&2
+    fail "service errors in $1"
+  fi
+}
+
+# expect_same WHAT EXPECTED_FILE ACTUAL_FILE: byte-for-byte comparison with a diff on failure.
+expect_same() {
+  diff -u "$2" "$3" >&2 || fail "$1 differs (--- expected, +++ actual)"
+}
+
+# expect_text WHAT EXPECTED_TEXT ACTUAL_FILE
+expect_text() {
+  local expected="$WORK/.expected.$RANDOM"
+  printf '%s' "$2" >"$expected"
+  expect_same "$1" "$expected" "$3"
+}
+
+expect_status() {
+  [ "$2" -eq "$1" ] || fail "$3: exit status $2, expected $1"
+}
+
+# Files under a directory, relative and sorted, one a line.
+tree_of() {
+  (cd "$1" && find . -type f | sed 's|^\./||' | LC_ALL=C sort)
+}
+
+# The values of one attribute in a file, in document order, one a line.
+attribute_values() {
+  grep -o "$2=\"[^\"]*\"" "$1" | sed "s/^$2=\"//; s/\"\$//" || true
+}
+
+# The ODT driver's lines up to the list groups: odt_head INPUT_DIR_AS_GIVEN OUT_AS_GIVEN
+odt_head() {
+  info 0 'DumpVGXPackage_ODT ->>'
+  info 0 'Generating VGX Package ...'
+  info 0 'Running in ODT mode ...'
+  plain 0 "Input Directory: $1\\NOMZUBVGXExtractTest"
+  plain 0 "Output Directory: $2"
+}
+
+# The lines of one list group of the ODT driver: odt_group NAME COUNT
+odt_group() {
+  local before="Handle $1 Child Nodes ... "
+  [ "$1" = Context ] && before="Handle $1 Child Nodes ..."
+  info 0 "$before"
+  info 0 "Nb Child Nodes: $2"
+  info 0 "Handle $1 Child Nodes ... Done!"
+}
+
+odt_relative_paths() {
+  info 0 'Updating the relative paths in extracted <KRTProduct>.vgxXml files...'
+  info 0 'Updation of relative paths done...'
+}
+
+# The references of the example ODT package's main document, as written.
+ODT_MAIN_REFS='parts\Housing.vgxXml
+..\library\Shaft.vgxXml
+../library/Stand.vgxXml
+.\parts\Pump.vgxXml
+..\library\Floor.vgxXml
+'
+# What the example ODT package puts into the output directory.
+ODT_TREE='Floor.vgxGeom
+Floor.vgxXml
+Housing.vgxGeom
+Housing.vgxXml
+Pump.vgxGeom
+Pump.vgxXml
+Seal.vgxGeom
+Seal.vgxXml
+Shaft.vgxGeom
+Shaft.vgxXml
+Stand.vgxGeom
+Stand.vgxXml
+'

@@ -1,0 +1,150 @@
+#!/usr/bin/env bash
+# nomsoi pack over the example package: exit status, the module's log lines, the SOI directory,
+# the rewritten references, the in-place warning, and a pack into the package's own directory.
+set -euo pipefail
+. "$(dirname "$0")/host_lib.bash"
+
+copy_examples
+ex="$WORK/ex"
+out="$WORK/out"
+main="$ex/package/SOI.vgxXml"
+view="$ex/package/SOI.vgxView"
+
+status=0
+"$NOMSOI" --log-format raw --log "$WORK/log" pack --main "$main" --view "$view" --out "$out" \
+  2>"$WORK/stderr" || status=$?
+expect_status 0 "$status" "pack"
+
+# The main document lies outside the SOI directory: one warning, and no progress line in a file.
+expect_text "standard error" \
+  "nomsoi pack: warning: the main document '$main' does not lie in '$out'; it is rewritten in place (its references become bare file names)
+" "$WORK/stderr"
+
+{
+  info 1 'Handle Product Child Nodes ... '
+  info 0 'Nb Child Nodes: 2'
+  info 1 'Handle Product Child Nodes ... Done!'
+  info 1 'Handle Resource Child Nodes ... '
+  info 0 'Nb Child Nodes: 1'
+  info 1 'Handle Resource Child Nodes ... Done!'
+  info 1 'Handle MP Child Nodes ... '
+  info 0 'Nb Child Nodes: 1'
+  info 1 'Handle MP Child Nodes ... Done!'
+  info 1 'Handle Context Child Nodes ...'
+  info 0 'Nb Child Nodes: 1'
+  info 1 'Handle Context Child Nodes ... Done!'
+  info 0 'Updating the relative paths in extracted <KRTProduct>.vgxXml files...'
+  info 0 'Updation of relative paths done...'
+} >"$WORK/expected.log"
+module_lines "$WORK/log" >"$WORK/actual.log"
+expect_same "module log" "$WORK/expected.log" "$WORK/actual.log"
+expect_no_service_errors "$WORK/log"
+
+# Every product document and geometry file, however deep, lands flat in the SOI directory; the
+# letter-case mismatch GEAR.vgxXml -> Gear.vgxXml keeps the name as referenced.
+tree_of "$out" >"$WORK/tree"
+expect_text "SOI directory" "Axle.vgxGeom
+Axle.vgxXml
+Bolt.vgxGeom
+Bolt.vgxXml
+Cart.vgxGeom
+Cart.vgxXml
+Cell.vgxGeom
+Cell.vgxXml
+Drive.vgxGeom
+Drive.vgxXml
+Frame.vgxGeom
+Frame.vgxXml
+GEAR.vgxGeom
+GEAR.vgxXml
+Line.png
+Robot.vgxGeom
+Robot.vgxXml
+Wheel.vgxGeom
+Wheel.vgxXml
+" "$WORK/tree"
+cmp "$ex/library/drive/Gear.vgxGeom" "$out/GEAR.vgxGeom" || fail "GEAR.vgxGeom is not Gear.vgxGeom"
+cmp "$ex/library/thumbs/Line.png" "$out/Line.png" || fail "Line.png is not the thumbnail"
+
+# The main document and the view file now name bare files.
+attribute_values "$main" IsInstanceOf >"$WORK/refs"
+expect_text "main references" "Frame.vgxXml
+Drive.vgxXml
+Robot.vgxXml
+Cart.vgxXml
+Cell.vgxXml
+" "$WORK/refs"
+attribute_values "$main" File >"$WORK/refs"
+expect_text "main resources" "Line.png
+" "$WORK/refs"
+attribute_values "$view" File >"$WORK/refs"
+expect_text "view resources" "Line.png
+" "$WORK/refs"
+attribute_values "$view" Document >"$WORK/refs"
+expect_text "view document" "SOI.vgxXml
+" "$WORK/refs"
+
+# The copies refer to each other by bare names (the product's own group gets an empty reference).
+attribute_values "$out/Cart.vgxXml" IsInstanceOf >"$WORK/refs"
+expect_text "Cart references" "
+Wheel.vgxXml
+Wheel.vgxXml
+Axle.vgxXml
+" "$WORK/refs"
+attribute_values "$out/Drive.vgxXml" IsInstanceOf >"$WORK/refs"
+expect_text "Drive references" "
+GEAR.vgxXml
+Bolt.vgxXml
+" "$WORK/refs"
+attribute_values "$out/Cell.vgxXml" IsInstanceOf >"$WORK/refs"
+expect_text "Cell references" "
+Bolt.vgxXml
+" "$WORK/refs"
+attribute_values "$out/Axle.vgxXml" IsInstanceOf >"$WORK/refs"
+expect_text "Axle references" "
+Bolt.vgxXml
+" "$WORK/refs"
+
+# The library itself is only read.
+diff -r "$NOMSOI_SOURCE_DIR/examples/library" "$ex/library" >&2 || fail "the library was changed"
+
+# Packing into the package's own directory, with relative paths as typed: no warning, and the
+# package directory becomes self-contained.
+rm -rf "$ex"
+copy_examples
+status=0
+(cd "$ex" && "$NOMSOI" --log-format raw --log "$WORK/log2" pack --main ./package/SOI.vgxXml \
+  --view ./package/SOI.vgxView --out ./package) 2>"$WORK/stderr" || status=$?
+expect_status 0 "$status" "pack into the package directory"
+expect_text "standard error" "" "$WORK/stderr"
+module_lines "$WORK/log2" >"$WORK/actual.log"
+expect_same "module log" "$WORK/expected.log" "$WORK/actual.log"
+tree_of "$ex/package" >"$WORK/tree"
+expect_text "package directory" "Axle.vgxGeom
+Axle.vgxXml
+Bolt.vgxGeom
+Bolt.vgxXml
+Cart.vgxGeom
+Cart.vgxXml
+Cell.vgxGeom
+Cell.vgxXml
+Drive.vgxGeom
+Drive.vgxXml
+Frame.vgxGeom
+Frame.vgxXml
+GEAR.vgxGeom
+GEAR.vgxXml
+Line.png
+Robot.vgxGeom
+Robot.vgxXml
+SOI.vgxView
+SOI.vgxXml
+Wheel.vgxGeom
+Wheel.vgxXml
+context/Cell.vgxGeom
+context/Cell.vgxXml
+" "$WORK/tree"
+for ref in $(attribute_values "$ex/package/SOI.vgxXml" IsInstanceOf); do
+  [ -f "$ex/package/$ref" ] || fail "main document names $ref, which is not in the package"
+done
+echo "pack_basic: ok"

@@ -1,0 +1,80 @@
+#!/usr/bin/env bash
+# nomsoi pack when parts of the package are missing or a target cannot be written: a missing
+# product document, a missing geometry file referenced twice, a read-only target reached through
+# nested references. Every problem is logged, the walk goes on, and the exit status follows the
+# last relative-path update.
+set -euo pipefail
+. "$(dirname "$0")/host_lib.bash"
+
+copy_examples
+ex="$WORK/ex"
+out="$WORK/out"
+w=$(winpath "$ex")
+rm "$ex/library/resources/Robot.vgxXml" "$ex/library/Wheel.vgxGeom"
+mkdir "$out"
+cp "$ex/library/parts/Bolt.vgxXml" "$out/Bolt.vgxXml"
+echo '<!-- an older copy -->' >>"$out/Bolt.vgxXml"
+cp "$out/Bolt.vgxXml" "$WORK/old-bolt"
+chmod 444 "$out/Bolt.vgxXml"
+
+status=0
+"$NOMSOI" --log-format raw --log "$WORK/log" pack --main "$ex/package/SOI.vgxXml" --out "$out" \
+  2>"$WORK/stderr" || status=$?
+expect_status 0 "$status" "pack (the failing save of the last copy is not reported)"
+
+# Nested copies name the SOI directory as it was given, followed by a backslash.
+bolt_error="Copying File. Source Path: '$w\\library\\parts\\Bolt.vgxXml'. Target Path: '$out\\Bolt.vgxXml'. Error Code: Access Denied"
+{
+  info 1 'Handle Product Child Nodes ... '
+  info 0 'Nb Child Nodes: 2'
+  error 0 "$bolt_error"
+  info 1 'Handle Product Child Nodes ... Done!'
+  info 1 'Handle Resource Child Nodes ... '
+  info 0 'Nb Child Nodes: 1'
+  info 0 "Unable to open Document - $w\\library\\resources\\Robot.vgxXml"
+  info 1 'Handle Resource Child Nodes ... Done!'
+  info 1 'Handle MP Child Nodes ... '
+  info 0 'Nb Child Nodes: 1'
+  info 0 "Unable to open Document - $w\\library\\Wheel.vgxGeom"
+  info 0 "Unable to open Document - $w\\library\\Wheel.vgxGeom"
+  error 0 "$bolt_error"
+  info 1 'Handle MP Child Nodes ... Done!'
+  info 1 'Handle Context Child Nodes ...'
+  info 0 'Nb Child Nodes: 1'
+  error 0 "$bolt_error"
+  info 1 'Handle Context Child Nodes ... Done!'
+  info 0 'Updating the relative paths in extracted <KRTProduct>.vgxXml files...'
+  info 0 'Updation of relative paths done...'
+} >"$WORK/expected.log"
+module_lines "$WORK/log" >"$WORK/actual.log"
+expect_same "module log" "$WORK/expected.log" "$WORK/actual.log"
+
+tree_of "$out" >"$WORK/tree"
+expect_text "SOI directory" "Axle.vgxGeom
+Axle.vgxXml
+Bolt.vgxGeom
+Bolt.vgxXml
+Cart.vgxGeom
+Cart.vgxXml
+Cell.vgxGeom
+Cell.vgxXml
+Drive.vgxGeom
+Drive.vgxXml
+Frame.vgxGeom
+Frame.vgxXml
+GEAR.vgxGeom
+GEAR.vgxXml
+Line.png
+Wheel.vgxXml
+" "$WORK/tree"
+cmp "$WORK/old-bolt" "$out/Bolt.vgxXml" || fail "the read-only Bolt.vgxXml was changed"
+
+# The missing product keeps its reference; the others are bare names.
+attribute_values "$ex/package/SOI.vgxXml" IsInstanceOf >"$WORK/refs"
+expect_text "main references" 'Frame.vgxXml
+Drive.vgxXml
+..\library\resources\Robot.vgxXml
+Cart.vgxXml
+Cell.vgxXml
+' "$WORK/refs"
+echo "pack_missing: ok"

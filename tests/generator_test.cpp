@@ -1,0 +1,784 @@
+// The package generator and the positioning commands over the sample project (SQLite): files and
+// where they go, document contents, binary glTF geometry, the reference forms of the option, the
+// input and the filter, the identifier cache, the registered package, failures, and the mapping
+// of a generated package.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <pugixml.hpp>
+#include <set>
+
+#include "NOMSOIUtility.h"
+#include "NOMZUBProxy/planning_admin.h"
+#include "platform/env.h"
+#include "services/NOMZUBConnector.h"
+#include "services/NOMZUBObjectFactory.h"
+#include "services/NOMZUBVGXGen.h"
+#include "services/NOMZUBVGXGenerator.h"
+#include "services/NOMZUBVGXIdentCache.h"
+#include "support/driver_fakes.h"
+#include "support/pg_planning_support.h"
+#include "support/test_support.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using nomtest::FileExists;
+using nomtest::ListDir;
+using nomtest::LogCapture;
+using nomtest::ReadFile;
+using nomtest::ScopedEnvVar;
+using nomtest::TempDir;
+using nomtest::ZPath;
+using Strings = std::vector<std::string>;
+
+constexpr char kError[] = "****** ERROR:\t ";
+
+const Strings kProductOids = {
+    "C-HALL",    "MP-GEARBOX", "P-BOLT",    "P-CLAMP",   "P-CONVEYOR", "P-COVER",     "P-FIXTURE",
+    "P-FRAME",   "P-HOUSING",  "P-LEG",     "P-LINE",    "P-ROLLER",   "P-SCREW",     "P-SHAFT",
+    "P-STATION", "P-TABLE",    "P-TOP",     "R-HOIST",   "R-NUTRUNNER", "R-ROBOT"};
+
+// The files a product cache holds for those products, sorted.
+Strings CacheFiles(const Strings& oids) {
+  Strings names;
+  for (const std::string& oid : oids) {
+    names.push_back(oid + ".vgxGeom");
+    names.push_back(oid + ".vgxXml");
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+pugi::xml_document Parse(const std::string& path) {
+  pugi::xml_document doc;
+  EXPECT_TRUE(doc.load_file(path.c_str())) << path;
+  return doc;
+}
+
+// One attribute of every element child of node named name, in order.
+Strings ChildAttributes(const pugi::xml_node& node, const char* name, const char* attribute) {
+  Strings values;
+  for (pugi::xml_node child : node.children(name)) values.push_back(child.attribute(attribute).value());
+  return values;
+}
+
+pugi::xml_node List(const pugi::xml_document& main, const char* ident) {
+  return main.document_element().find_child_by_attribute("CLitAssyGroup", "Ident", ident);
+}
+
+// Every IsInstanceOf in the document, in document order.
+Strings References(const std::string& path) {
+  Strings refs;
+  pugi::xml_document doc = Parse(path);
+  for (pugi::xpath_node n : doc.select_nodes("//CLitAssyGroup[@IsInstanceOf]")) {
+    refs.push_back(n.node().attribute("IsInstanceOf").value());
+  }
+  return refs;
+}
+
+// Where a reference written in the document at docPath leads, resolved independently of the
+// module: "/" and "\" both separate, "Z:\" is the root, anything else is relative to the
+// document's directory.
+std::string Resolve(const std::string& docPath, std::string ref) {
+  std::replace(ref.begin(), ref.end(), '\\', '/');
+  if (ref.rfind("Z:/", 0) == 0) return fs::path(ref.substr(2)).lexically_normal().string();
+  return (fs::path(docPath).parent_path() / ref).lexically_normal().string();
+}
+
+uint32_t U32(const std::string& data, size_t at) {
+  uint32_t v = 0;
+  for (int i = 3; i >= 0; --i) v = v << 8 | static_cast<unsigned char>(data[at + i]);
+  return v;
+}
+
+// The JSON chunk of a well-formed GLB file, after checking its header and chunk layout: magic
+// "glTF", version 2, total length, a JSON chunk, and a BIN chunk exactly when has_binary.
+std::string GlbJson(const std::string& path, bool has_binary) {
+  std::string data = ReadFile(path);
+  EXPECT_GE(data.size(), 20u) << path;
+  if (data.size() < 20) return "";
+  EXPECT_EQ(data.substr(0, 4), "glTF") << path;
+  EXPECT_EQ(U32(data, 4), 2u) << path;
+  EXPECT_EQ(U32(data, 8), data.size()) << path;
+  uint32_t json_length = U32(data, 12);
+  EXPECT_EQ(json_length % 4, 0u) << path;
+  EXPECT_EQ(U32(data, 16), 0x4E4F534Au) << path;
+  size_t bin_at = 20 + json_length;
+  if (has_binary) {
+    EXPECT_EQ(U32(data, bin_at + 4), 0x004E4942u) << path;
+    EXPECT_EQ(bin_at + 8 + U32(data, bin_at), data.size()) << path;
+  } else {
+    EXPECT_EQ(bin_at, data.size()) << path;
+  }
+  return data.substr(20, json_length);
+}
+
+bool Contains(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
+class GeneratorTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    nomtest::ResetPlanningServices();
+    ASSERT_EQ(nomzub::LoadSamplePlanningData(url_), S_OK);
+    log_.clear();
+  }
+  void TearDown() override { nomtest::ResetPlanningServices(); }
+
+  HRESULT Connect(const std::string& filters = "") {
+    return nomtest::ConnectPlanning(url_, "planner", "planner", "AssemblyLine", filters);
+  }
+  HRESULT Generate(const std::string& option = "", const std::string& input = "",
+                   const std::string& name = "SOI") {
+    NOMZUBVGXGenerator generator;
+    return generator.GenerateVGXPackage(input, soi_, name, option);
+  }
+  // Connects and generates with the default input.
+  void ConnectAndGenerate(const std::string& option = "", const std::string& filters = "") {
+    ASSERT_EQ(Connect(filters), S_OK);
+    ASSERT_EQ(Generate(option), S_OK);
+  }
+  std::string Main() const { return soi_ + "/SOI.vgxXml"; }
+  std::string Doc(const std::string& oid) const { return cache_ + "/" + oid + ".vgxXml"; }
+  // The references of every document of the package: the main document, then the cache's.
+  Strings AllReferences() const {
+    Strings refs = References(Main());
+    for (const std::string& name : ListDir(cache_)) {
+      if (fs::path(name).extension() == ".vgxXml") {
+        Strings more = References(cache_ + "/" + name);
+        refs.insert(refs.end(), more.begin(), more.end());
+      }
+    }
+    return refs;
+  }
+  // The relative path from the SOI directory to the cache, with backslashes.
+  std::string SoiToCache() const {
+    std::string rel = fs::path(cache_).lexically_relative(soi_).string();
+    std::replace(rel.begin(), rel.end(), '/', '\\');
+    return rel;
+  }
+  std::string RegisteredMain() {
+    NOMZUBVGXGen package;
+    std::string path;
+    if (NOMZUBVgxXmlFile* main = package.GetMainVgxXmlFile()) main->GetFilePath(path);
+    return path;
+  }
+
+  TempDir dir_;
+  std::string url_ = "sqlite:" + dir_.Sub("plan.db");
+  std::string soi_ = dir_.Sub("out/soi");
+  std::string cache_ = dir_.Sub("cache/AssemblyLine");
+  ScopedEnvVar cache_env_{"NOMZUB_CACHE", dir_.Sub("cache")};
+  LogCapture log_;
+};
+
+TEST_F(GeneratorTest, Generator_Generate_MainAndViewInSoiDirectory) {
+  ConnectAndGenerate();
+  EXPECT_EQ(ListDir(soi_), (Strings{"SOI.vgxView", "SOI.vgxXml"}));
+}
+
+TEST_F(GeneratorTest, Generator_Generate_ProductDocumentsAndGeometryInCache) {
+  ConnectAndGenerate();
+  EXPECT_EQ(ListDir(cache_), CacheFiles(kProductOids));
+}
+
+TEST_F(GeneratorTest, Generator_Generate_OneWritePerFile) {
+  ASSERT_EQ(Connect(), S_OK);
+  nomplat::FaultInjectionEnv env(nomplat::Env::Default());
+  nomplat::ScopedEnv installed(&env);
+  ASSERT_EQ(Generate(), S_OK);
+  EXPECT_EQ(env.Count(nomplat::FaultInjectionEnv::kWriteFileAtomic), 42);
+  EXPECT_EQ(env.Count(nomplat::FaultInjectionEnv::kReadFile), 0);
+}
+
+TEST_F(GeneratorTest, Generator_Generate_ModulePathSoiDirectory) {
+  ASSERT_EQ(Connect(), S_OK);
+  NOMZUBVGXGenerator generator;
+  ASSERT_EQ(generator.GenerateVGXPackage("", ZPath(soi_), "SOI", ""), S_OK);
+  EXPECT_EQ(ListDir(soi_), (Strings{"SOI.vgxView", "SOI.vgxXml"}));
+}
+
+TEST_F(GeneratorTest, Generator_Generate_MainDocumentHasTheFourLists) {
+  ConnectAndGenerate();
+  pugi::xml_document main = Parse(Main());
+  EXPECT_STREQ(main.document_element().name(), "VgxDocument");
+  EXPECT_EQ(ChildAttributes(main.document_element(), "CLitAssyGroup", "Ident"),
+            (Strings{"ProductList", "ResourceList", "ManufProd", "PlanningContext"}));
+  EXPECT_EQ(ChildAttributes(List(main, "ProductList"), "CLitAssyGroup", "Ident"),
+            Strings{"Line"});
+  EXPECT_EQ(ChildAttributes(List(main, "ResourceList"), "CLitAssyGroup", "Ident"),
+            (Strings{"Robot", "Nutrunner", "Hoist"}));
+  EXPECT_EQ(ChildAttributes(List(main, "ResourceList"), "CLitAssyGroup", "OID"),
+            (Strings{"R-ROBOT", "R-NUTRUNNER", "R-HOIST"}));
+  EXPECT_EQ(ChildAttributes(List(main, "ManufProd"), "CLitAssyGroup", "Name"),
+            Strings{"Gearbox"});
+  EXPECT_EQ(ChildAttributes(List(main, "PlanningContext"), "CLitAssyGroup", "OID"),
+            Strings{"C-HALL"});
+  EXPECT_EQ(ChildAttributes(List(main, "ResourceList"), "CLitAssyGroup", "Placement")[0],
+            "1 0 0 0 1 0 0 0 1 1 1 0");
+}
+
+TEST_F(GeneratorTest, Generator_Generate_ProcessInMainDocument) {
+  ConnectAndGenerate();
+  pugi::xml_document main = Parse(Main());
+  pugi::xml_node process = main.document_element().child("Process");
+  EXPECT_EQ(ChildAttributes(process, "Operation", "OID"),
+            (Strings{"OP-010", "OP-020", "OP-030", "OP-040", "OP-050", "OP-060"}));
+  EXPECT_EQ(ChildAttributes(process, "Operation", "IdentPath")[0], "Process/Op010");
+  pugi::xml_node first = process.child("Operation");
+  EXPECT_STREQ(first.attribute("Name").value(), "Place housing");
+  EXPECT_EQ(ChildAttributes(first, "ProcessIdent", "Ident"), (Strings{"V01", "V02"}));
+  EXPECT_EQ(ChildAttributes(first, "ProcessIdent", "Name"),
+            (Strings{"Overview", "Housing close-up"}));
+}
+
+TEST_F(GeneratorTest, Generator_Generate_ViewFileNamesViewsAndMainDocument) {
+  ConnectAndGenerate();
+  pugi::xml_document view = Parse(soi_ + "/SOI.vgxView");
+  pugi::xml_node root = view.document_element();
+  EXPECT_STREQ(root.name(), "VgxView");
+  EXPECT_STREQ(root.attribute("Document").value(), "SOI.vgxXml");
+  Strings idents = ChildAttributes(root, "View", "Ident");
+  EXPECT_EQ(idents.size(), 10u);
+  EXPECT_EQ(idents.front(), "V01");
+  EXPECT_EQ(idents.back(), "V10");
+  pugi::xml_node camera = root.child("View").child("Camera");
+  EXPECT_STREQ(camera.attribute("Eye").value(), "3 -4 2.5");
+  EXPECT_STREQ(camera.attribute("Target").value(), "2.5 0 1");
+}
+
+TEST_F(GeneratorTest, Generator_Generate_ProductDocumentListsItsStructure) {
+  ConnectAndGenerate();
+  pugi::xml_document fixture = Parse(Doc("P-FIXTURE"));
+  pugi::xml_node root = fixture.document_element();
+  EXPECT_STREQ(root.attribute("OID").value(), "P-FIXTURE");
+  EXPECT_STREQ(root.attribute("Name").value(), "Fixture");
+  EXPECT_EQ(ChildAttributes(root, "CLitAssyGroup", "Ident"),
+            (Strings{"Bolt.1", "Bolt.2", "Bolt.3", "Bolt.4", "Clamp.1", "Clamp.2"}));
+  EXPECT_EQ(ChildAttributes(root, "CLitAssyGroup", "OID"),
+            (Strings{"P-BOLT", "P-BOLT", "P-BOLT", "P-BOLT", "P-CLAMP", "P-CLAMP"}));
+  EXPECT_TRUE(ChildAttributes(Parse(Doc("P-BOLT")).document_element(), "CLitAssyGroup", "Ident")
+                  .empty());
+}
+
+TEST_F(GeneratorTest, Generator_Generate_EveryReferenceLeadsToItsProductDocument) {
+  ConnectAndGenerate();
+  Strings docs = {Main()};
+  for (const std::string& oid : kProductOids) docs.push_back(Doc(oid));
+  int checked = 0;
+  for (const std::string& doc : docs) {
+    pugi::xml_document xml = Parse(doc);
+    for (pugi::xpath_node n : xml.select_nodes("//CLitAssyGroup[@IsInstanceOf]")) {
+      std::string target = Resolve(doc, n.node().attribute("IsInstanceOf").value());
+      EXPECT_EQ(target, Doc(n.node().attribute("OID").value())) << "in " << doc;
+      EXPECT_TRUE(FileExists(target)) << target;
+      ++checked;
+    }
+  }
+  EXPECT_EQ(checked, 39);
+}
+
+TEST_F(GeneratorTest, Generator_Geometry_MeshIsValidGlb) {
+  ConnectAndGenerate();
+  std::string bolt = GlbJson(cache_ + "/P-BOLT.vgxGeom", true);
+  EXPECT_TRUE(Contains(bolt, "\"asset\":{\"version\":\"2.0\""));
+  EXPECT_TRUE(Contains(bolt, "\"name\":\"Bolt M8\""));
+  EXPECT_TRUE(Contains(bolt, "\"count\":18,\"type\":\"VEC3\""));
+  EXPECT_TRUE(Contains(bolt, "\"count\":96,\"type\":\"SCALAR\""));
+  EXPECT_TRUE(Contains(bolt, "\"buffers\":[{\"byteLength\":600}]"));  // 18*12 + 96*4
+  std::string leg = GlbJson(cache_ + "/P-LEG.vgxGeom", true);
+  EXPECT_TRUE(Contains(leg, "\"min\":[-0.03,-0.03,0],\"max\":[0.03,0.03,0.9]"));
+}
+
+TEST_F(GeneratorTest, Generator_Geometry_ProductWithoutMeshIsValidGlb) {
+  ConnectAndGenerate();
+  std::string line = GlbJson(cache_ + "/P-LINE.vgxGeom", false);
+  EXPECT_TRUE(Contains(line, "\"nodes\":[{\"name\":\"Assembly line\"}]"));
+  EXPECT_FALSE(Contains(line, "\"meshes\""));
+}
+
+TEST_F(GeneratorTest, Generator_Option_RelativeForm) {
+  ConnectAndGenerate("refs=relative;sep=backslash");
+  EXPECT_EQ(References(Main())[0], SoiToCache() + "\\P-LINE.vgxXml");
+  EXPECT_EQ(References(Doc("P-FIXTURE")),
+            (Strings{"P-BOLT.vgxXml", "P-BOLT.vgxXml", "P-BOLT.vgxXml", "P-BOLT.vgxXml",
+                     "P-CLAMP.vgxXml", "P-CLAMP.vgxXml"}));
+}
+
+TEST_F(GeneratorTest, Generator_Option_DotForm) {
+  ConnectAndGenerate("refs=dot;sep=backslash");
+  EXPECT_EQ(References(Main())[1], ".\\" + SoiToCache() + "\\R-ROBOT.vgxXml");
+  EXPECT_EQ(References(Doc("P-TABLE")).back(), ".\\P-TOP.vgxXml");
+}
+
+TEST_F(GeneratorTest, Generator_Option_ClimbForm) {
+  ConnectAndGenerate("refs=climb;sep=backslash");
+  EXPECT_EQ(References(Main())[0], SoiToCache() + "\\P-LINE.vgxXml");
+  EXPECT_EQ(References(Main())[0].substr(0, 3), "..\\");
+  EXPECT_EQ(References(Doc("P-TABLE")).back(), "..\\AssemblyLine\\P-TOP.vgxXml");
+}
+
+TEST_F(GeneratorTest, Generator_Option_DriveForm) {
+  ConnectAndGenerate("refs=drive;sep=backslash");
+  EXPECT_EQ(References(Main())[0], ZPath(cache_) + "\\P-LINE.vgxXml");
+  EXPECT_EQ(References(Doc("P-TABLE")).back(), ZPath(cache_) + "\\P-TOP.vgxXml");
+}
+
+TEST_F(GeneratorTest, Generator_Option_SlashSeparator) {
+  ConnectAndGenerate("refs=dot,drive;sep=slash");
+  Strings refs = References(Doc("P-TABLE"));
+  EXPECT_EQ(refs[0], "./P-LEG.vgxXml");
+  std::string drive = ZPath(cache_) + "\\P-LEG.vgxXml";
+  std::replace(drive.begin(), drive.end(), '\\', '/');
+  EXPECT_EQ(refs[1], drive);
+  for (const std::string& ref : AllReferences()) EXPECT_FALSE(Contains(ref, "\\")) << ref;
+}
+
+TEST_F(GeneratorTest, Generator_Option_DefaultMixesEveryFormAndSeparator) {
+  ConnectAndGenerate();
+  std::set<std::string> forms;
+  bool slash = false, backslash = false;
+  for (const std::string& ref : AllReferences()) {
+    forms.insert(ref.size() > 1 && ref[1] == ':'     ? "drive"
+                 : ref.rfind("..", 0) == 0           ? "climb"
+                 : ref.rfind(".", 0) == 0            ? "dot"
+                                                     : "relative");
+    slash = slash || Contains(ref, "/");
+    backslash = backslash || Contains(ref, "\\");
+  }
+  EXPECT_EQ(forms, (std::set<std::string>{"climb", "dot", "drive", "relative"}));
+  EXPECT_TRUE(slash);
+  EXPECT_TRUE(backslash);
+}
+
+TEST_F(GeneratorTest, Generator_Option_UnknownFormRefusedWritingNothing) {
+  ASSERT_EQ(Connect(), S_OK);
+  EXPECT_EQ(Generate("refs=rooted"), E_FAIL);
+  EXPECT_EQ(log_.messages(2),
+            Strings{std::string(kError) +
+                    "cannot generate package 'SOI' of project 'AssemblyLine': generator option: "
+                    "unknown reference form 'rooted' (expected relative, dot, climb or drive)"});
+  EXPECT_FALSE(FileExists(dir_.Sub("out")));
+  EXPECT_FALSE(FileExists(dir_.Sub("cache")));
+}
+
+TEST_F(GeneratorTest, Generator_Option_UnknownItemRefused) {
+  ASSERT_EQ(Connect(), S_OK);
+  EXPECT_EQ(Generate("colour=red"), E_FAIL);
+  EXPECT_EQ(log_.messages(2),
+            Strings{std::string(kError) +
+                    "cannot generate package 'SOI' of project 'AssemblyLine': generator option: "
+                    "cannot read 'colour=red' (expected refs=FORM,... or "
+                    "sep=backslash|slash|mixed)"});
+}
+
+TEST_F(GeneratorTest, Generator_Input_SelectsLists) {
+  ASSERT_EQ(Connect(), S_OK);
+  ASSERT_EQ(Generate("", "ResourceList,PlanningContext"), S_OK);
+  pugi::xml_document main = Parse(Main());
+  EXPECT_EQ(ChildAttributes(main.document_element(), "CLitAssyGroup", "Ident"),
+            (Strings{"ResourceList", "PlanningContext"}));
+  EXPECT_EQ(ListDir(cache_), CacheFiles({"C-HALL", "R-HOIST", "R-NUTRUNNER", "R-ROBOT"}));
+}
+
+TEST_F(GeneratorTest, Generator_Input_UnknownListRefused) {
+  ASSERT_EQ(Connect(), S_OK);
+  EXPECT_EQ(Generate("", "Products"), E_FAIL);
+  EXPECT_EQ(log_.messages(2),
+            Strings{std::string(kError) +
+                    "cannot generate package 'SOI' of project 'AssemblyLine': generator input: "
+                    "unknown list 'Products' (expected all or ProductList, ResourceList, "
+                    "ManufProd, PlanningContext separated by commas)"});
+  EXPECT_FALSE(FileExists(soi_));
+}
+
+TEST_F(GeneratorTest, Generator_Filter_KindSelectsEntries) {
+  ConnectAndGenerate("", "kind=resource");
+  pugi::xml_document main = Parse(Main());
+  EXPECT_EQ(ChildAttributes(main.document_element(), "CLitAssyGroup", "Ident").size(), 4u);
+  EXPECT_TRUE(ChildAttributes(List(main, "ProductList"), "CLitAssyGroup", "Ident").empty());
+  EXPECT_EQ(ChildAttributes(List(main, "ResourceList"), "CLitAssyGroup", "Ident"),
+            (Strings{"Robot", "Nutrunner", "Hoist"}));
+  EXPECT_EQ(ListDir(cache_), CacheFiles({"R-HOIST", "R-NUTRUNNER", "R-ROBOT"}));
+}
+
+TEST_F(GeneratorTest, Generator_Filter_NamePatternIgnoresCase) {
+  ConnectAndGenerate("", "name~\"hand*\" or oid=C-HALL");
+  pugi::xml_document main = Parse(Main());
+  EXPECT_EQ(ChildAttributes(List(main, "ResourceList"), "CLitAssyGroup", "Ident"),
+            Strings{"Robot"});
+  EXPECT_EQ(ChildAttributes(List(main, "PlanningContext"), "CLitAssyGroup", "Ident"),
+            Strings{"Hall"});
+  EXPECT_TRUE(ChildAttributes(List(main, "ManufProd"), "CLitAssyGroup", "Ident").empty());
+}
+
+TEST_F(GeneratorTest, Generator_Filter_NotAndParentheses) {
+  ConnectAndGenerate("", "not (kind=product or kind=context) and ident!~N*");
+  pugi::xml_document main = Parse(Main());
+  EXPECT_EQ(ChildAttributes(List(main, "ResourceList"), "CLitAssyGroup", "Ident"),
+            (Strings{"Robot", "Hoist"}));
+  EXPECT_EQ(ChildAttributes(List(main, "ManufProd"), "CLitAssyGroup", "Ident"),
+            Strings{"Gearbox"});
+}
+
+TEST_F(GeneratorTest, Generator_IdentCache_EveryOccurrenceOfEveryObject) {
+  ConnectAndGenerate();
+  NOMOIDIdentPathsMap paths;
+  ASSERT_EQ(NOMZUBVGXIdentCache::GetOIDIdentPathsMap(paths), S_OK);
+  Strings keys;
+  for (const auto& entry : paths) keys.push_back(entry.first);
+  EXPECT_EQ(keys, kProductOids);
+  EXPECT_EQ(paths["P-LINE"], std::deque<std::string>{"ProductList/Line"});
+  EXPECT_EQ(paths["R-ROBOT"], std::deque<std::string>{"ResourceList/Robot"});
+  EXPECT_EQ(paths["MP-GEARBOX"], std::deque<std::string>{"ManufProd/Gearbox"});
+  EXPECT_EQ(paths["C-HALL"], std::deque<std::string>{"PlanningContext/Hall"});
+  EXPECT_EQ(paths["P-STATION"],
+            (std::deque<std::string>{"ProductList/Line/Station1", "ProductList/Line/Station2",
+                                     "ProductList/Line/Station3"}));
+  ASSERT_EQ(paths["P-BOLT"].size(), 12u);
+  EXPECT_EQ(paths["P-BOLT"][0], "ProductList/Line/Station1/Fixture/Bolt.1");
+  EXPECT_EQ(paths["P-BOLT"][11], "ProductList/Line/Station3/Fixture/Bolt.4");
+  EXPECT_EQ(paths["P-SCREW"].size(), 6u);
+  EXPECT_EQ(paths["P-LEG"].size(), 12u);
+}
+
+TEST_F(GeneratorTest, Generator_IdentCache_OperationsAndProcessIdents) {
+  ConnectAndGenerate();
+  NOMStringMap operations, names, oids;
+  NOMZUBVGXIdentCache cache;
+  ASSERT_EQ(NOMZUBVGXIdentCache::GetOpOIDIdentPathMap(operations), S_OK);
+  ASSERT_EQ(cache.GetProcessIdentNameMap(names), S_OK);
+  ASSERT_EQ(cache.GetProcessIdentOIDMap(oids), S_OK);
+  EXPECT_EQ(operations.size(), 6u);
+  EXPECT_EQ(operations["OP-010"], "Process/Op010");
+  EXPECT_EQ(operations["OP-060"], "Process/Op060");
+  EXPECT_EQ(names.size(), 10u);
+  EXPECT_EQ(names["V01"], "Overview");
+  EXPECT_EQ(names["V10"], "Unloading");
+  EXPECT_EQ(oids.size(), 10u);
+  EXPECT_EQ(oids["V04"], "OP-020");
+  EXPECT_EQ(oids["V10"], "OP-060");
+}
+
+TEST_F(GeneratorTest, Generator_IdentCache_FilterKeepsOnlyPackageObjects) {
+  ConnectAndGenerate("", "kind=manufactured");
+  NOMOIDIdentPathsMap paths;
+  NOMZUBVGXIdentCache::GetOIDIdentPathsMap(paths);
+  Strings keys;
+  for (const auto& entry : paths) keys.push_back(entry.first);
+  EXPECT_EQ(keys, (Strings{"MP-GEARBOX", "P-COVER", "P-HOUSING", "P-SCREW", "P-SHAFT"}));
+}
+
+TEST_F(GeneratorTest, Generator_Generate_RegistersPackageAndObjects) {
+  ConnectAndGenerate();
+  NOMZUBVGXGen package;
+  std::string main, view;
+  ASSERT_NE(package.GetMainVgxXmlFile(), nullptr);
+  ASSERT_NE(package.GetMainVgxViewFile(), nullptr);
+  package.GetMainVgxXmlFile()->GetFilePath(main);
+  package.GetMainVgxViewFile()->GetFilePath(view);
+  EXPECT_EQ(main, ZPath(soi_) + "\\SOI.vgxXml");
+  EXPECT_EQ(view, ZPath(soi_) + "\\SOI.vgxView");
+  NOMIZUBObject* object = nullptr;
+  ASSERT_EQ(NOMZUBObjectFactory::Instance()->GetObject("P-SHAFT", &object), S_OK);
+  EXPECT_EQ(object->GetName(), "Drive shaft");
+  EXPECT_EQ(log_.messages(2),
+            Strings{"Info:\t generated package " + ZPath(soi_) +
+                    "\\SOI.vgxXml with 20 product documents and their geometry in " +
+                    ZPath(cache_)});
+}
+
+TEST_F(GeneratorTest, Generator_Generate_OtherPackageName) {
+  ASSERT_EQ(Connect(), S_OK);
+  ASSERT_EQ(Generate("", "", "Line2"), S_OK);
+  EXPECT_EQ(ListDir(soi_), (Strings{"Line2.vgxView", "Line2.vgxXml"}));
+  EXPECT_STREQ(Parse(soi_ + "/Line2.vgxView").document_element().attribute("Document").value(),
+               "Line2.vgxXml");
+}
+
+TEST_F(GeneratorTest, Generator_Generate_BadNameRefused) {
+  ASSERT_EQ(Connect(), S_OK);
+  EXPECT_EQ(Generate("", "", "a\\b"), E_FAIL);
+  EXPECT_EQ(log_.messages(2),
+            Strings{std::string(kError) +
+                    "cannot generate package 'a\\b' of project 'AssemblyLine': package name "
+                    "'a\\b' is not usable as a file name"});
+  EXPECT_FALSE(FileExists(soi_));
+}
+
+TEST_F(GeneratorTest, Generator_Generate_NotConnectedLeavesNoPackage) {
+  nomzub::RegisterPackage("Z:\\elsewhere\\Old.vgxXml", "");
+  nomzub::IdentCacheAddObjectPath("OLD", "ProductList/Old");
+  EXPECT_EQ(Generate(), E_FAIL);
+  EXPECT_EQ(log_.messages(2),
+            Strings{std::string(kError) +
+                    "cannot generate package 'SOI': not connected to a planning server"});
+  EXPECT_EQ(RegisteredMain(), "");
+  NOMOIDIdentPathsMap paths;
+  NOMZUBVGXIdentCache::GetOIDIdentPathsMap(paths);
+  EXPECT_TRUE(paths.empty());
+  EXPECT_FALSE(FileExists(dir_.Sub("out")));
+}
+
+TEST_F(GeneratorTest, Generator_Generate_WriteFailureLeavesNoPackage) {
+  ASSERT_EQ(Connect(), S_OK);
+  nomplat::FaultInjectionEnv env(nomplat::Env::Default());
+  env.FailOn(nomplat::FaultInjectionEnv::kWriteFileAtomic, 3, 112);
+  nomplat::ScopedEnv installed(&env);
+  EXPECT_EQ(Generate(), E_FAIL);
+  EXPECT_EQ(log_.messages(2),
+            Strings{std::string(kError) +
+                    "cannot generate package 'SOI' of project 'AssemblyLine': cannot write " +
+                    ZPath(cache_) + "\\MP-GEARBOX.vgxXml (error 112)"});
+  EXPECT_EQ(RegisteredMain(), "");
+  EXPECT_FALSE(FileExists(Main()));
+}
+
+TEST_F(GeneratorTest, Generator_Generate_UncreatableDirectoryRefused) {
+  ASSERT_EQ(Connect(), S_OK);
+  nomtest::WriteFile(dir_.Sub("out"), "a file where the directory should be");
+  EXPECT_EQ(Generate(), E_FAIL);
+  ASSERT_EQ(log_.messages(2).size(), 1u);
+  EXPECT_TRUE(Contains(log_.messages(2)[0], "cannot create directory " + ZPath(soi_) + " (error"));
+  EXPECT_EQ(RegisteredMain(), "");
+}
+
+TEST_F(GeneratorTest, Generator_Generate_CacheInsideSoiDirectoryRefused) {
+  ScopedEnvVar cache("NOMZUB_CACHE", dir_.Sub("out"));
+  soi_ = dir_.Sub("out/AssemblyLine");
+  ASSERT_EQ(Connect(), S_OK);
+  EXPECT_EQ(Generate(), E_FAIL);
+  EXPECT_EQ(log_.messages(2),
+            Strings{std::string(kError) +
+                    "cannot generate package 'SOI' of project 'AssemblyLine': the product cache " +
+                    soi_ + " is the SOI directory itself"});
+}
+
+TEST_F(GeneratorTest, Generator_Cache_DefaultUnderXdgCacheHome) {
+  ScopedEnvVar cache("NOMZUB_CACHE", std::nullopt);
+  ScopedEnvVar xdg("XDG_CACHE_HOME", dir_.Sub("xdg"));
+  ConnectAndGenerate();
+  EXPECT_EQ(ListDir(dir_.Sub("xdg/nomzub/AssemblyLine")), CacheFiles(kProductOids));
+}
+
+TEST_F(GeneratorTest, Generator_Cache_DefaultUnderHome) {
+  ScopedEnvVar cache("NOMZUB_CACHE", std::nullopt);
+  ScopedEnvVar xdg("XDG_CACHE_HOME", std::nullopt);
+  ScopedEnvVar home("HOME", dir_.Sub("home"));
+  ConnectAndGenerate();
+  EXPECT_EQ(ListDir(dir_.Sub("home/.cache/nomzub/AssemblyLine")), CacheFiles(kProductOids));
+}
+
+TEST_F(GeneratorTest, Generator_Cache_NoDirectoryKnownRefused) {
+  ScopedEnvVar cache("NOMZUB_CACHE", std::nullopt);
+  ScopedEnvVar xdg("XDG_CACHE_HOME", std::nullopt);
+  ScopedEnvVar home("HOME", std::nullopt);
+  ASSERT_EQ(Connect(), S_OK);
+  EXPECT_EQ(Generate(), E_FAIL);
+  EXPECT_EQ(log_.messages(2),
+            Strings{std::string(kError) +
+                    "cannot generate package 'SOI' of project 'AssemblyLine': no product cache: "
+                    "set NOMZUB_CACHE, XDG_CACHE_HOME or HOME"});
+}
+
+TEST_F(GeneratorTest, Generator_Generate_ReloadsProjectReleasedByCleanup) {
+  ASSERT_EQ(Connect(), S_OK);
+  NOMZUBConnector::Instance()->Cleanup(0);
+  EXPECT_EQ(Generate(), S_OK);
+  EXPECT_EQ(ListDir(cache_), CacheFiles(kProductOids));
+}
+
+TEST_F(GeneratorTest, Generator_Generate_AfterFullCleanupRefused) {
+  ASSERT_EQ(Connect(), S_OK);
+  NOMZUBConnector::Instance()->Cleanup(1);
+  EXPECT_EQ(Generate(), E_FAIL);
+  EXPECT_EQ(log_.messages(2),
+            Strings{std::string(kError) + "cannot generate package 'SOI': no project selected"});
+}
+
+TEST_F(GeneratorTest, Generator_States_WrittenIntoOperations) {
+  ConnectAndGenerate();
+  NOMZUBApply3DStatesCmd command;
+  ASSERT_EQ(command.ApplyStates(), S_OK);
+  pugi::xml_document main = Parse(Main());
+  pugi::xml_node process = main.document_element().child("Process");
+  pugi::xml_node op10 = process.find_child_by_attribute("Operation", "OID", "OP-010");
+  EXPECT_EQ(ChildAttributes(op10, "State", "Target"),
+            (Strings{"ManufProd/Gearbox/Housing", "ManufProd/Gearbox/Shaft",
+                     "ManufProd/Gearbox/Cover"}));
+  EXPECT_EQ(ChildAttributes(op10, "State", "Visible"), (Strings{"true", "false", "false"}));
+  pugi::xml_node op40 = process.find_child_by_attribute("Operation", "OID", "OP-040");
+  EXPECT_EQ(ChildAttributes(op40, "State", "Target").size(), 6u);
+  EXPECT_EQ(ChildAttributes(op10, "ProcessIdent", "Ident"), (Strings{"V01", "V02"}));
+}
+
+TEST_F(GeneratorTest, Generator_States_SecondApplyReplacesTheFirst) {
+  ConnectAndGenerate();
+  NOMZUBApply3DStatesCmd command;
+  ASSERT_EQ(command.ApplyStates(), S_OK);
+  std::string once = ReadFile(Main());
+  ASSERT_EQ(command.ApplyStates(), S_OK);
+  EXPECT_EQ(ReadFile(Main()), once);
+}
+
+TEST_F(GeneratorTest, Generator_States_NoPackageRefused) {
+  ASSERT_EQ(Connect(), S_OK);
+  NOMZUBApply3DStatesCmd command;
+  EXPECT_EQ(command.ApplyStates(), E_FAIL);
+  EXPECT_EQ(log_.messages(2),
+            Strings{std::string(kError) + "cannot apply 3D states: no package has been generated"});
+}
+
+TEST_F(GeneratorTest, Generator_States_NotConnectedRefused) {
+  ConnectAndGenerate();
+  NOMZUBConnector::Instance()->Disconnect(0);
+  log_.clear();
+  NOMZUBApply3DStatesCmd command;
+  EXPECT_EQ(command.ApplyStates(), E_FAIL);
+  EXPECT_EQ(log_.messages(2), Strings{std::string(kError) +
+                                      "cannot apply 3D states: not connected to a planning server"});
+}
+
+TEST_F(GeneratorTest, Generator_States_NothingToApplyLeavesDocument) {
+  ConnectAndGenerate("", "kind=resource");
+  std::string before = ReadFile(Main());
+  log_.clear();
+  NOMZUBApply3DStatesCmd command;
+  EXPECT_EQ(command.ApplyStates(), E_FAIL);
+  EXPECT_EQ(log_.messages(2),
+            Strings{std::string(kError) +
+                    "cannot apply 3D states: project 'AssemblyLine' has no 3D states for the "
+                    "objects of " +
+                    ZPath(soi_) + "\\SOI.vgxXml"});
+  EXPECT_EQ(ReadFile(Main()), before);
+}
+
+TEST_F(GeneratorTest, Generator_States_MissingMainDocumentRefused) {
+  ConnectAndGenerate();
+  fs::remove(Main());
+  log_.clear();
+  NOMZUBApply3DStatesCmd command;
+  EXPECT_EQ(command.ApplyStates(), E_FAIL);
+  EXPECT_EQ(log_.messages(2), Strings{std::string(kError) + "cannot apply 3D states: cannot read " +
+                                      ZPath(soi_) + "\\SOI.vgxXml (error 2)"});
+  EXPECT_FALSE(FileExists(Main()));
+}
+
+TEST_F(GeneratorTest, Generator_States_MalformedMainDocumentKept) {
+  ConnectAndGenerate();
+  nomtest::WriteFile(Main(), "<VgxDocument><Process>");
+  log_.clear();
+  NOMZUBApply3DStatesCmd command;
+  EXPECT_EQ(command.ApplyStates(), E_FAIL);
+  ASSERT_EQ(log_.messages(2).size(), 1u);
+  EXPECT_TRUE(Contains(log_.messages(2)[0], "cannot apply 3D states: " + ZPath(soi_) +
+                                                "\\SOI.vgxXml is not an XML document: "));
+  EXPECT_EQ(ReadFile(Main()), "<VgxDocument><Process>");
+}
+
+TEST_F(GeneratorTest, Generator_Positions_WrittenIntoMainDocument) {
+  ConnectAndGenerate();
+  NOMZUBApplySimPositionBlobCmd command;
+  ASSERT_EQ(command.ApplySimPositionBlobs(), S_OK);
+  pugi::xml_document main = Parse(Main());
+  pugi::xml_node positions = main.document_element().child("SimulationPositions");
+  EXPECT_EQ(ChildAttributes(positions, "Position", "Target"),
+            (Strings{"ResourceList/Robot", "ResourceList/Robot", "ResourceList/Robot",
+                     "ResourceList/Nutrunner", "ResourceList/Hoist", "ManufProd/Gearbox"}));
+  EXPECT_EQ(ChildAttributes(positions, "Position", "Operation")[3], "OP-040");
+  EXPECT_EQ(ChildAttributes(positions, "Position", "Placement")[2], "0 -1 0 1 0 0 0 0 1 1 1 0");
+  EXPECT_EQ(ChildAttributes(positions, "Position", "Placement")[5], "1 0 0 0 1 0 0 0 1 5 0 1.5");
+}
+
+TEST_F(GeneratorTest, Generator_Positions_SecondApplyReplacesTheFirst) {
+  ConnectAndGenerate();
+  NOMZUBApplySimPositionBlobCmd command;
+  ASSERT_EQ(command.ApplySimPositionBlobs(), S_OK);
+  ASSERT_EQ(command.ApplySimPositionBlobs(), S_OK);
+  pugi::xml_document main = Parse(Main());
+  EXPECT_EQ(ChildAttributes(main.document_element(), "SimulationPositions", "").size(), 1u);
+  EXPECT_EQ(ChildAttributes(main.document_element().child("SimulationPositions"), "Position",
+                            "Target")
+                .size(),
+            6u);
+}
+
+TEST_F(GeneratorTest, Generator_Positions_OnlyObjectsOfThePackage) {
+  ConnectAndGenerate("", "kind=resource");
+  NOMZUBApplySimPositionBlobCmd command;
+  ASSERT_EQ(command.ApplySimPositionBlobs(), S_OK);
+  pugi::xml_document main = Parse(Main());
+  EXPECT_EQ(ChildAttributes(main.document_element().child("SimulationPositions"), "Position",
+                            "Target")
+                .size(),
+            5u);
+}
+
+TEST_F(GeneratorTest, Generator_Positions_NothingToApplyLeavesDocument) {
+  ConnectAndGenerate("", "kind=context");
+  std::string before = ReadFile(Main());
+  log_.clear();
+  NOMZUBApplySimPositionBlobCmd command;
+  EXPECT_EQ(command.ApplySimPositionBlobs(), E_FAIL);
+  EXPECT_EQ(log_.messages(2),
+            Strings{std::string(kError) +
+                    "cannot apply simulation positions: project 'AssemblyLine' has no "
+                    "simulation positions for the objects of " +
+                    ZPath(soi_) + "\\SOI.vgxXml"});
+  EXPECT_EQ(ReadFile(Main()), before);
+}
+
+TEST_F(GeneratorTest, Generator_Positions_NoPackageRefused) {
+  ASSERT_EQ(Connect(), S_OK);
+  NOMZUBApplySimPositionBlobCmd command;
+  EXPECT_EQ(command.ApplySimPositionBlobs(), E_FAIL);
+  EXPECT_EQ(log_.messages(2), Strings{std::string(kError) +
+                                      "cannot apply simulation positions: no package has been "
+                                      "generated"});
+}
+
+TEST_F(GeneratorTest, Generator_Backend_FakeReplacesAndNullRestores) {
+  nomtest::FakeGenerator fake;
+  fake.set_generate_result(S_FALSE);
+  fake.set_states_result(E_ACCESSDENIED);
+  nomzub::GeneratorBackend* real = nomzub::SetGeneratorBackend(&fake);
+  NOMZUBVGXGenerator generator;
+  EXPECT_EQ(generator.GenerateVGXPackage("a", "b", "c", "d"), S_FALSE);
+  EXPECT_EQ(NOMZUBApply3DStatesCmd().ApplyStates(), E_ACCESSDENIED);
+  EXPECT_EQ(fake.calls(), (Strings{"GenerateVGXPackage(a|b|c|d)", "ApplyStates"}));
+  EXPECT_EQ(nomzub::SetGeneratorBackend(nullptr), &fake);
+  EXPECT_EQ(nomzub::SetGeneratorBackend(nullptr), real);
+  EXPECT_EQ(Generate(), E_FAIL);  // the real generator: not connected
+  EXPECT_EQ(log_.messages(2),
+            Strings{std::string(kError) +
+                    "cannot generate package 'SOI': not connected to a planning server"});
+}
+
+TEST_F(GeneratorTest, Generator_Mapping_EveryOidWithItsIdentPaths) {
+  ConnectAndGenerate();
+  NOMSOIUtility utility;
+  ASSERT_EQ(utility.GenerateMappingXML(soi_), S_OK);
+  pugi::xml_document mapping = Parse(soi_ + "/Mapping.xml");
+  std::map<std::string, std::pair<std::string, std::string>> entities;  // OID -> name, IDPath
+  for (pugi::xml_node e : mapping.document_element().children("Entity")) {
+    entities[e.child_value("OID")] = {e.child_value("Name"), e.child_value("IDPath")};
+  }
+  EXPECT_EQ(entities.size(), 26u);
+  for (const std::string& oid : kProductOids) EXPECT_EQ(entities.count(oid), 1u) << oid;
+  EXPECT_EQ(entities["P-STATION"],
+            std::make_pair(std::string("Work station"),
+                           std::string("ProductList/Line/Station1#ProductList/Line/Station2#"
+                                       "ProductList/Line/Station3#")));
+  EXPECT_EQ(entities["R-HOIST"], std::make_pair(std::string("Hoist"),
+                                                std::string("ResourceList/Hoist#")));
+  EXPECT_EQ(entities["OP-020"],
+            std::make_pair(std::string("Insert shaft"), std::string("Process/Op020")));
+  pugi::xml_node op20 = mapping.select_node("//Entity[OID='OP-020']").node();
+  EXPECT_EQ(ChildAttributes(op20, "View", "Name"),
+            (Strings{"Shaft insertion", "Shaft from above"}));
+}
+
+}  // namespace

@@ -1,0 +1,351 @@
+// The product log: record formats, sinks, file targets and concurrent writers.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <ctime>
+#include <map>
+#include <regex>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/codepage.h"
+#include "platform/env.h"
+#include "services/NOMZUBLog.h"
+#include "support/test_support.h"
+
+namespace {
+
+using nomtest::LogCapture;
+using nomtest::LogLine;
+using nomtest::ReadFile;
+using nomtest::TempDir;
+using nomzub::FormatLogRecord;
+using nomzub::LogFormat;
+using ::testing::ElementsAre;
+using ::testing::MatchesRegex;
+
+const char kTimestamp[] = "[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}Z";
+
+// The lines of text, each without its newline.
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+// Milliseconds since the epoch of a "YYYY-MM-DDTHH:MM:SS.mmmZ" timestamp.
+long long ParseTimestamp(const std::string& text) {
+  std::tm utc{};
+  int ms = 0;
+  sscanf(text.c_str(), "%4d-%2d-%2dT%2d:%2d:%2d.%3dZ", &utc.tm_year, &utc.tm_mon, &utc.tm_mday,
+         &utc.tm_hour, &utc.tm_min, &utc.tm_sec, &ms);
+  utc.tm_year -= 1900;
+  utc.tm_mon -= 1;
+  return static_cast<long long>(timegm(&utc)) * 1000 + ms;
+}
+
+long long NowMs() {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(
+             std::chrono::system_clock::now().time_since_epoch())
+      .count();
+}
+
+// Sends records to the default sink for the test and restores the previous sink and the
+// environment-driven configuration afterwards.
+class LogFileTest : public ::testing::Test {
+ protected:
+  LogFileTest() : previous_(nomzub::SetLogSink(nullptr)) {}
+  ~LogFileTest() override {
+    nomzub::ResetLogConfiguration();
+    nomzub::SetLogSink(previous_);
+  }
+  TempDir dir_;
+
+ private:
+  nomzub::LogSink* previous_;
+};
+
+// Answers environment look-ups from a table instead of the process environment.
+class TableEnv : public nomplat::EnvWrapper {
+ public:
+  explicit TableEnv(std::map<std::string, std::string> variables)
+      : EnvWrapper(nomplat::Env::Default()), variables_(std::move(variables)) {}
+  bool GetEnvironmentVariable(const std::string& name, std::string* value) override {
+    auto it = variables_.find(name);
+    value->clear();
+    if (it == variables_.end()) return false;
+    *value = it->second;
+    return true;
+  }
+
+ private:
+  std::map<std::string, std::string> variables_;
+};
+
+TEST(LogFormatTest, Log_FormatRecord_RawIsLevelTabMessageNewline) {
+  EXPECT_EQ(FormatLogRecord(LogFormat::kRaw, "Info:\t x  ", 0), "0\tInfo:\t x  \n");
+  EXPECT_EQ(FormatLogRecord(LogFormat::kRaw, "Info:\t Handle MP Child Nodes ... ", 1),
+            "1\tInfo:\t Handle MP Child Nodes ... \n");
+}
+
+TEST(LogFormatTest, Log_FormatRecord_RawKeepsMessageBytesExactly) {
+  const std::string message = std::string("a\"\\\x01\xE9", 5);
+  EXPECT_EQ(FormatLogRecord(LogFormat::kRaw, message, -3), "-3\t" + message + "\n");
+}
+
+TEST(LogFormatTest, Log_FormatRecord_TextIsTimestampLevelMessage) {
+  const std::string record = FormatLogRecord(LogFormat::kText, "Info:\t Nb Child Nodes: 3", 0);
+  EXPECT_TRUE(std::regex_match(
+      record, std::regex(std::string(kTimestamp) + " L0 Info:\t Nb Child Nodes: 3\n")))
+      << record;
+}
+
+TEST(LogFormatTest, Log_FormatRecord_TextTimestampIsCurrentUtcTime) {
+  const long long before = NowMs();
+  const std::string record = FormatLogRecord(LogFormat::kText, "x", 2);
+  const long long after = NowMs();
+  const long long stamp = ParseTimestamp(record.substr(0, 24));
+  EXPECT_GE(stamp, before);
+  EXPECT_LE(stamp, after);
+  EXPECT_EQ(record.substr(24), " L2 x\n");
+}
+
+TEST(LogFormatTest, Log_FormatRecord_JsonlHoldsTimeLevelAndMessage) {
+  const std::string record = FormatLogRecord(LogFormat::kJsonl, "Info:\t done", 1);
+  EXPECT_TRUE(
+      std::regex_match(record, std::regex("\\{\"time\":\"" + std::string(kTimestamp) +
+                                          "\",\"level\":1,\"message\":\"Info:\\\\t done\"\\}\n")))
+      << record;
+}
+
+TEST(LogFormatTest, Log_FormatRecord_JsonlEscapesQuotesBackslashesAndControls) {
+  const std::string record =
+      FormatLogRecord(LogFormat::kJsonl, std::string("a\"b\\c\td\ne\rf\x01g\x1f", 14) + '\0', 0);
+  const std::string tail = record.substr(record.find(",\"level\""));
+  EXPECT_EQ(tail, ",\"level\":0,\"message\":\"a\\\"b\\\\c\\td\\ne\\rf\\u0001g\\u001f\\u0000\"}\n");
+}
+
+TEST(LogFormatTest, Log_FormatRecord_JsonlReplacesInvalidUtf8) {
+  const UINT previous = nomplat::GetACP();
+  ASSERT_TRUE(nomplat::SetACP(65001));
+  const std::string record = FormatLogRecord(LogFormat::kJsonl,
+                                             "a\xFF"
+                                             "b\xC3",
+                                             0);
+  nomplat::SetACP(previous);
+  EXPECT_THAT(record, ::testing::EndsWith("\"message\":\"a\xEF\xBF\xBD"
+                                          "b\xEF\xBF\xBD\"}\n"));
+}
+
+TEST(LogFormatTest, Log_FormatRecord_JsonlKeepsValidUtf8) {
+  const UINT previous = nomplat::GetACP();
+  ASSERT_TRUE(nomplat::SetACP(65001));
+  const std::string record = FormatLogRecord(LogFormat::kJsonl, "caf\xC3\xA9 \xE2\x82\xAC", 0);
+  nomplat::SetACP(previous);
+  EXPECT_THAT(record, ::testing::EndsWith("\"message\":\"caf\xC3\xA9 \xE2\x82\xAC\"}\n"));
+}
+
+TEST(LogFormatTest, Log_FormatRecord_JsonlConvertsCodePageToUtf8) {
+  const UINT previous = nomplat::GetACP();
+  ASSERT_TRUE(nomplat::SetACP(1252));
+  const std::string record = FormatLogRecord(LogFormat::kJsonl, "caf\xE9", 0);
+  nomplat::SetACP(previous);
+  EXPECT_THAT(record, ::testing::EndsWith("\"message\":\"caf\xC3\xA9\"}\n"));
+}
+
+TEST(LogFormatTest, Log_ParseFormat_AcceptsTheThreeNames) {
+  LogFormat format = LogFormat::kText;
+  EXPECT_TRUE(nomzub::ParseLogFormat("raw", &format));
+  EXPECT_EQ(format, LogFormat::kRaw);
+  EXPECT_TRUE(nomzub::ParseLogFormat("jsonl", &format));
+  EXPECT_EQ(format, LogFormat::kJsonl);
+  EXPECT_TRUE(nomzub::ParseLogFormat("text", &format));
+  EXPECT_EQ(format, LogFormat::kText);
+}
+
+TEST(LogFormatTest, Log_ParseFormat_RejectsOtherNamesAndKeepsFormat) {
+  LogFormat format = LogFormat::kRaw;
+  EXPECT_FALSE(nomzub::ParseLogFormat("TEXT", &format));
+  EXPECT_FALSE(nomzub::ParseLogFormat("json", &format));
+  EXPECT_FALSE(nomzub::ParseLogFormat("", &format));
+  EXPECT_EQ(format, LogFormat::kRaw);
+}
+
+TEST(LogSinkTest, Log_WriteMsg_InstalledSinkReceivesMessageAndLevel) {
+  LogCapture capture;
+  NOMZUBLog::WriteMsg("Info:\t Handle Context Child Nodes ...", 1);
+  NOMZUBLog::WriteMsg("", 0);
+  EXPECT_THAT(capture.lines(),
+              ElementsAre(LogLine{1, "Info:\t Handle Context Child Nodes ..."}, LogLine{0, ""}));
+}
+
+TEST(LogSinkTest, Log_SetLogSink_ReturnsTheSinkItReplaces) {
+  LogCapture outer;
+  LogCapture inner;
+  EXPECT_EQ(nomzub::SetLogSink(&outer), &inner);
+  EXPECT_EQ(nomzub::SetLogSink(&inner), &outer);
+}
+
+TEST(LogSinkTest, Log_ServiceInfoAndError_AreLevelTwoWithPrefixes) {
+  LogCapture capture;
+  nomzub::LogServiceInfo("connected to sqlite:x.db");
+  nomzub::LogServiceError("no such table: accounts");
+  EXPECT_THAT(capture.lines(), ElementsAre(LogLine{2, "Info:\t connected to sqlite:x.db"},
+                                           LogLine{2, "****** ERROR:\t no such table: accounts"}));
+}
+
+class ThrowingSink : public nomzub::LogSink {
+ public:
+  void Write(const std::string&, int32_t) override { throw std::runtime_error("sink broken"); }
+};
+
+TEST(LogSinkTest, Log_WriteMsg_ThrowingSinkDoesNotReachTheCaller) {
+  ThrowingSink sink;
+  nomzub::LogSink* previous = nomzub::SetLogSink(&sink);
+  EXPECT_NO_THROW(NOMZUBLog::WriteMsg("x", 0));
+  nomzub::SetLogSink(previous);
+}
+
+TEST_F(LogFileTest, Log_ConfigureLog_FileReceivesRawRecordsExactly) {
+  const std::string file = dir_.Sub("run.log");
+  ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
+  NOMZUBLog::WriteMsg("Info:\t x  ", 0);
+  NOMZUBLog::WriteMsg("Info:\t Handle Product Child Nodes ... Done!", 1);
+  EXPECT_EQ(ReadFile(file), "0\tInfo:\t x  \n1\tInfo:\t Handle Product Child Nodes ... Done!\n");
+}
+
+TEST_F(LogFileTest, Log_ConfigureLog_AppendsToExistingFile) {
+  const std::string file = dir_.Sub("run.log");
+  nomtest::WriteFile(file, "earlier\n");
+  ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
+  NOMZUBLog::WriteMsg("later", 0);
+  EXPECT_EQ(ReadFile(file), "earlier\n0\tlater\n");
+}
+
+TEST_F(LogFileTest, Log_ConfigureLog_TextFormatInFile) {
+  const std::string file = dir_.Sub("run.log");
+  ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kText));
+  NOMZUBLog::WriteMsg("Info:\t Nb Child Nodes: 3", 0);
+  EXPECT_THAT(ReadFile(file),
+              MatchesRegex(std::string(kTimestamp) + " L0 Info:\t Nb Child Nodes: 3\n"));
+}
+
+TEST_F(LogFileTest, Log_ConfigureLog_JsonlFormatInFile) {
+  const std::string file = dir_.Sub("run.log");
+  ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kJsonl));
+  NOMZUBLog::WriteMsg("a", 0);
+  NOMZUBLog::WriteMsg("b\"", 1);
+  const std::vector<std::string> lines = Lines(ReadFile(file));
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_THAT(lines[0], ::testing::EndsWith(",\"level\":0,\"message\":\"a\"}"));
+  EXPECT_THAT(lines[1], ::testing::EndsWith(",\"level\":1,\"message\":\"b\\\"\"}"));
+}
+
+TEST_F(LogFileTest, Log_ConfigureLog_UnopenableFileFailsAndKeepsPreviousTarget) {
+  const std::string first = dir_.Sub("first.log");
+  ASSERT_TRUE(nomzub::ConfigureLog(first, LogFormat::kRaw));
+  EXPECT_FALSE(nomzub::ConfigureLog(dir_.Sub("missing/dir/x.log"), LogFormat::kText));
+  NOMZUBLog::WriteMsg("still here", 0);
+  EXPECT_EQ(ReadFile(first), "0\tstill here\n");
+}
+
+TEST_F(LogFileTest, Log_ConfigureLog_DashMeansStandardError) {
+  ASSERT_TRUE(nomzub::ConfigureLog("-", LogFormat::kRaw));
+  ::testing::internal::CaptureStderr();
+  NOMZUBLog::WriteMsg("to stderr", 2);
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "2\tto stderr\n");
+}
+
+TEST_F(LogFileTest, Log_Environment_NamesFileAndFormat) {
+  const std::string file = dir_.Sub("env.log");
+  TableEnv env({{"NOMZUB_LOG", file}, {"NOMZUB_LOG_FORMAT", "raw"}});
+  nomplat::ScopedEnv scoped(&env);
+  nomzub::ResetLogConfiguration();
+  NOMZUBLog::WriteMsg("from env", 0);
+  EXPECT_EQ(ReadFile(file), "0\tfrom env\n");
+}
+
+TEST_F(LogFileTest, Log_Environment_ConfigureLogOverridesIt) {
+  const std::string env_file = dir_.Sub("env.log");
+  const std::string option_file = dir_.Sub("option.log");
+  TableEnv env({{"NOMZUB_LOG", env_file}, {"NOMZUB_LOG_FORMAT", "jsonl"}});
+  nomplat::ScopedEnv scoped(&env);
+  nomzub::ResetLogConfiguration();
+  ASSERT_TRUE(nomzub::ConfigureLog(option_file, LogFormat::kRaw));
+  NOMZUBLog::WriteMsg("from option", 0);
+  EXPECT_EQ(ReadFile(option_file), "0\tfrom option\n");
+  EXPECT_FALSE(nomtest::FileExists(env_file));
+}
+
+TEST_F(LogFileTest, Log_Environment_UnsetMeansTextOnStandardError) {
+  TableEnv env({});
+  nomplat::ScopedEnv scoped(&env);
+  nomzub::ResetLogConfiguration();
+  ::testing::internal::CaptureStderr();
+  NOMZUBLog::WriteMsg("Info:\t x", 0);
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+              MatchesRegex(std::string(kTimestamp) + " L0 Info:\t x\n"));
+}
+
+TEST_F(LogFileTest, Log_Environment_UnknownFormatIsReportedAndTextUsed) {
+  const std::string file = dir_.Sub("env.log");
+  TableEnv env({{"NOMZUB_LOG", file}, {"NOMZUB_LOG_FORMAT", "xml"}});
+  nomplat::ScopedEnv scoped(&env);
+  nomzub::ResetLogConfiguration();
+  NOMZUBLog::WriteMsg("Info:\t x", 0);
+  EXPECT_THAT(ReadFile(file),
+              MatchesRegex(std::string(kTimestamp) +
+                           " L2 \\*\\*\\*\\*\\*\\* ERROR:\t Unknown log format \"xml\" in "
+                           "NOMZUB_LOG_FORMAT \\(expected text, raw or jsonl\\); using text\n" +
+                           kTimestamp + " L0 Info:\t x\n"));
+}
+
+TEST_F(LogFileTest, Log_Environment_UnopenableFileIsReportedOnStandardError) {
+  const std::string file = dir_.Sub("missing/env.log");
+  TableEnv env({{"NOMZUB_LOG", file}, {"NOMZUB_LOG_FORMAT", "raw"}});
+  nomplat::ScopedEnv scoped(&env);
+  nomzub::ResetLogConfiguration();
+  ::testing::internal::CaptureStderr();
+  NOMZUBLog::WriteMsg("Info:\t x", 0);
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+            "2\t****** ERROR:\t Cannot open log file " + file +
+                " named by NOMZUB_LOG: No such file or directory; logging to standard error\n"
+                "0\tInfo:\t x\n");
+}
+
+TEST_F(LogFileTest, Log_WriteMsg_TwoThreadsNeverInterleaveWithinALine) {
+  const std::string file = dir_.Sub("threads.log");
+  ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
+  constexpr int kLines = 2000;
+  const std::string padding(300, '.');
+  auto writer = [&](char tag) {
+    for (int i = 0; i < kLines; ++i) {
+      NOMZUBLog::WriteMsg(std::string(1, tag) + std::to_string(i) + padding + tag, 0);
+    }
+  };
+  std::thread a(writer, 'A');
+  std::thread b(writer, 'B');
+  a.join();
+  b.join();
+
+  const std::vector<std::string> lines = Lines(ReadFile(file));
+  ASSERT_EQ(lines.size(), 2u * kLines);
+  int next[2] = {0, 0};
+  for (const std::string& line : lines) {
+    ASSERT_GE(line.size(), 3u);
+    const char tag = line[2];
+    ASSERT_TRUE(tag == 'A' || tag == 'B') << line;
+    int& expected = next[tag - 'A'];
+    ASSERT_EQ(line, "0\t" + std::string(1, tag) + std::to_string(expected) + padding + tag);
+    ++expected;
+  }
+  EXPECT_EQ(next[0], kLines);
+  EXPECT_EQ(next[1], kLines);
+}
+
+}  // namespace

@@ -1,0 +1,325 @@
+// File operations of the default Env and the Windows calls over it, on real files: CopyFileA and
+// its error numbers, the existence test, reading, atomic writing and directory creation.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/codepage.h"
+#include "platform/env.h"
+#include "platform/paths.h"
+#include "platform/win32.h"
+#include "support/test_support.h"
+
+namespace nomplat {
+namespace {
+
+using nomtest::FileExists;
+using nomtest::ListDir;
+using nomtest::ReadFile;
+using nomtest::TempDir;
+using nomtest::WriteFile;
+
+// Drive C: is a fresh temporary directory; UTF-8, the case-insensitive fallback on and the
+// default Env in force; the last error starts at 0.
+class FilesTest : public ::testing::Test {
+ protected:
+  FilesTest() : codePage_(65001), env_(nullptr) {
+    ResetPathMaps();
+    SetCaseInsensitiveLookup(true);
+    MapDrive('C', tmp_.path());
+    SetLastError(0);
+  }
+
+  std::string T(const std::string& relative) const { return tmp_.Sub(relative); }
+
+  // The last error after a CopyFileA that must fail; -1 when it succeeded.
+  static long CopyError(const std::string& src, const std::string& dst, BOOL failIfExists = FALSE) {
+    if (CopyFileA(src.c_str(), dst.c_str(), failIfExists)) return -1;
+    return static_cast<long>(GetLastError());
+  }
+
+  static struct timespec ModificationTime(const std::string& native) {
+    struct stat st {};
+    stat(native.c_str(), &st);
+    return st.st_mtim;
+  }
+
+  TempDir tmp_;
+  ScopedPathMaps maps_;
+  ScopedCodePage codePage_;
+  ScopedEnv env_;
+};
+
+// --- CopyFileA errors -------------------------------------------------------------------------
+
+TEST_F(FilesTest, CopyFileA_MissingSourceIsFileNotFound) {
+  EXPECT_EQ(2, CopyError("C:\\missing.vgxXml", "C:\\out.vgxXml"));
+  EXPECT_FALSE(FileExists(T("out.vgxXml")));
+}
+
+TEST_F(FilesTest, CopyFileA_MissingSourceDirectoryIsPathNotFound) {
+  EXPECT_EQ(3, CopyError("C:\\NoDir\\a.vgxXml", "C:\\out.vgxXml"));
+}
+
+TEST_F(FilesTest, CopyFileA_MissingTargetDirectoryIsPathNotFound) {
+  WriteFile(T("a.vgxXml"), "data");
+  EXPECT_EQ(3, CopyError("C:\\a.vgxXml", "C:\\NoDir\\a.vgxXml"));
+}
+
+TEST_F(FilesTest, CopyFileA_TargetParentIsFileIsPathNotFound) {
+  WriteFile(T("a.vgxXml"), "data");
+  EXPECT_EQ(3, CopyError("C:\\a.vgxXml", "C:\\a.vgxXml\\b.vgxXml"));
+}
+
+TEST_F(FilesTest, CopyFileA_SourceDirectoryIsAccessDenied) {
+  WriteFile(T("Dir/inside"), "x");
+  EXPECT_EQ(5, CopyError("C:\\Dir", "C:\\out"));
+  EXPECT_FALSE(FileExists(T("out")));
+}
+
+TEST_F(FilesTest, CopyFileA_TargetDirectoryIsAccessDenied) {
+  WriteFile(T("a.vgxXml"), "data");
+  WriteFile(T("Dir/inside"), "x");
+  EXPECT_EQ(5, CopyError("C:\\a.vgxXml", "C:\\Dir"));
+  EXPECT_EQ((std::vector<std::string>{"inside"}), ListDir(T("Dir")));
+}
+
+TEST_F(FilesTest, CopyFileA_ReadOnlyTargetIsAccessDeniedEvenForRoot) {
+  WriteFile(T("a.vgxXml"), "new");
+  WriteFile(T("b.vgxXml"), "old");
+  ASSERT_EQ(0, chmod(T("b.vgxXml").c_str(), 0444));
+  EXPECT_EQ(5, CopyError("C:\\a.vgxXml", "C:\\b.vgxXml"));
+  EXPECT_EQ("old", ReadFile(T("b.vgxXml")));
+}
+
+TEST_F(FilesTest, CopyFileA_FailIfExistsGivesFileExists) {
+  WriteFile(T("a.vgxXml"), "new");
+  WriteFile(T("b.vgxXml"), "old");
+  EXPECT_EQ(80, CopyError("C:\\a.vgxXml", "C:\\b.vgxXml", TRUE));
+  EXPECT_EQ("old", ReadFile(T("b.vgxXml")));
+}
+
+TEST_F(FilesTest, CopyFileA_UnmappedDriveIsPathNotFound) {
+  WriteFile(T("a.vgxXml"), "data");
+  EXPECT_EQ(3, CopyError("Q:\\a.vgxXml", "C:\\b.vgxXml"));
+  EXPECT_EQ(3, CopyError("C:\\a.vgxXml", "Q:\\b.vgxXml"));
+}
+
+TEST_F(FilesTest, CopyFileA_UnmappedShareIsBadNetworkPath) {
+  WriteFile(T("a.vgxXml"), "data");
+  EXPECT_EQ(53, CopyError("\\\\srv\\pub\\a.vgxXml", "C:\\b.vgxXml"));
+  EXPECT_EQ(53, CopyError("C:\\a.vgxXml", "\\\\srv\\pub\\b.vgxXml"));
+}
+
+TEST_F(FilesTest, CopyFileA_OntoItselfIsSharingViolationAndKeepsFile) {
+  WriteFile(T("a.vgxXml"), "data");
+  EXPECT_EQ(32, CopyError("C:\\a.vgxXml", "C:\\A.VGXXML"));
+  EXPECT_EQ("data", ReadFile(T("a.vgxXml")));
+}
+
+TEST_F(FilesTest, CopyFileA_NullArgumentIsInvalidParameter) {
+  EXPECT_FALSE(CopyFileA(nullptr, "C:\\b", FALSE));
+  EXPECT_EQ(87u, GetLastError());
+}
+
+// --- CopyFileA success ------------------------------------------------------------------------
+
+TEST_F(FilesTest, CopyFileA_CopiesContentAndKeepsModificationTime) {
+  WriteFile(T("Pkg/a.vgxGeom"), std::string("geo\0metry", 9));
+  const struct timespec past[2] = {{1000000000, 123456789}, {1500000000, 987654321}};
+  ASSERT_EQ(0, utimensat(AT_FDCWD, T("Pkg/a.vgxGeom").c_str(), past, 0));
+  EXPECT_TRUE(CopyFileA("C:\\Pkg\\a.vgxGeom", "C:\\b.vgxGeom", FALSE));
+  EXPECT_EQ(std::string("geo\0metry", 9), ReadFile(T("b.vgxGeom")));
+  const struct timespec copied = ModificationTime(T("b.vgxGeom"));
+  EXPECT_EQ(1500000000, copied.tv_sec);
+  EXPECT_EQ(987654321, copied.tv_nsec);
+}
+
+TEST_F(FilesTest, CopyFileA_ReplacesExistingTarget) {
+  WriteFile(T("a.vgxXml"), "short");
+  WriteFile(T("b.vgxXml"), "a much longer old content");
+  EXPECT_TRUE(CopyFileA("C:\\a.vgxXml", "C:\\b.vgxXml", FALSE));
+  EXPECT_EQ("short", ReadFile(T("b.vgxXml")));
+}
+
+TEST_F(FilesTest, CopyFileA_FailIfExistsCopiesWhenTargetMissing) {
+  WriteFile(T("a.vgxXml"), "data");
+  EXPECT_TRUE(CopyFileA("C:\\a.vgxXml", "C:\\b.vgxXml", TRUE));
+  EXPECT_EQ("data", ReadFile(T("b.vgxXml")));
+}
+
+TEST_F(FilesTest, CopyFileA_EmptyAndLargeFilesCopyExactly) {
+  std::string large(3 * 1024 * 1024 + 17, '\0');
+  for (size_t i = 0; i < large.size(); ++i) large[i] = static_cast<char>(i * 131 % 251);
+  WriteFile(T("large"), large);
+  WriteFile(T("empty"), "");
+  EXPECT_TRUE(CopyFileA("C:\\large", "C:\\large.copy", FALSE));
+  EXPECT_TRUE(CopyFileA("C:\\empty", "C:\\empty.copy", FALSE));
+  EXPECT_EQ(large, ReadFile(T("large.copy")));
+  EXPECT_TRUE(FileExists(T("empty.copy")));
+  EXPECT_EQ("", ReadFile(T("empty.copy")));
+}
+
+TEST_F(FilesTest, CopyFileA_FindsSourceAndTargetInAnyCase) {
+  WriteFile(T("Pkg/Part.vgxXml"), "new");
+  WriteFile(T("Out/PART.VGXXML"), "old");
+  EXPECT_TRUE(CopyFileA("C:\\PKG\\part.VGXXML", "C:\\out\\Part.vgxXml", FALSE));
+  EXPECT_EQ((std::vector<std::string>{"PART.VGXXML"}), ListDir(T("Out")));
+  EXPECT_EQ("new", ReadFile(T("Out/PART.VGXXML")));
+}
+
+TEST_F(FilesTest, CopyFileA_932NameWithTrailByte5C) {
+  ScopedCodePage cp(932);
+  ASSERT_TRUE(cp.ok());
+  WriteFile(T("\xE8\xA1\xA8.vgxXml"), "data");
+  EXPECT_TRUE(CopyFileA("C:\\\x95\x5C.vgxXml", "C:\\\x95\x5C-copy.vgxXml", FALSE));
+  EXPECT_EQ("data", ReadFile(T("\xE8\xA1\xA8-copy.vgxXml")));
+}
+
+// --- last error -------------------------------------------------------------------------------
+
+TEST_F(FilesTest, LastError_UnchangedBySuccessfulCopy) {
+  WriteFile(T("a.vgxXml"), "data");
+  SetLastError(1234);
+  EXPECT_TRUE(CopyFileA("C:\\a.vgxXml", "C:\\b.vgxXml", FALSE));
+  EXPECT_EQ(1234u, GetLastError());
+}
+
+TEST_F(FilesTest, LastError_IsPerThread) {
+  SetLastError(7);
+  DWORD seenAtStart = 99, seenAfterFailure = 99;
+  std::thread other([&] {
+    seenAtStart = GetLastError();
+    CopyFileA("C:\\missing", "C:\\x", FALSE);
+    seenAfterFailure = GetLastError();
+  });
+  other.join();
+  EXPECT_EQ(0u, seenAtStart);
+  EXPECT_EQ(2u, seenAfterFailure);
+  EXPECT_EQ(7u, GetLastError());
+}
+
+// --- existence test ---------------------------------------------------------------------------
+
+TEST_F(FilesTest, CanOpenForReading_RegularFileIsTrue) {
+  WriteFile(T("Pkg/a.vgxXml"), "data");
+  EXPECT_TRUE(CanOpenForReading("C:\\Pkg\\a.vgxXml"));
+  EXPECT_TRUE(CanOpenForReading("c:/pkg/A.VGXXML"));
+}
+
+TEST_F(FilesTest, CanOpenForReading_DirectoryIsFalse) {
+  WriteFile(T("Pkg/a.vgxXml"), "data");
+  EXPECT_FALSE(CanOpenForReading("C:\\Pkg"));
+  EXPECT_FALSE(CanOpenForReading("C:\\Pkg\\"));
+}
+
+TEST_F(FilesTest, CanOpenForReading_MissingOrUnmappedIsFalse) {
+  EXPECT_FALSE(CanOpenForReading("C:\\missing"));
+  EXPECT_FALSE(CanOpenForReading("Q:\\missing"));
+  EXPECT_FALSE(CanOpenForReading("\\\\srv\\pub\\missing"));
+}
+
+TEST_F(FilesTest, CanOpenForReading_FifoIsFalseWithoutBlocking) {
+  ASSERT_EQ(0, mkfifo(T("pipe").c_str(), 0644));
+  EXPECT_FALSE(CanOpenForReading("C:\\pipe"));
+}
+
+TEST_F(FilesTest, CanOpenForReading_FileWithTrailingSeparatorIsFalse) {
+  WriteFile(T("a.vgxXml"), "data");
+  EXPECT_FALSE(CanOpenForReading("C:\\a.vgxXml\\"));
+}
+
+// --- ReadFile ---------------------------------------------------------------------------------
+
+TEST_F(FilesTest, ReadFile_ReadsWholeFile) {
+  WriteFile(T("Pkg/a.vgxXml"), "<a/>\n");
+  std::string contents;
+  EXPECT_EQ(0u, CurrentEnv()->ReadFile("C:\\Pkg\\a.vgxXml", &contents));
+  EXPECT_EQ("<a/>\n", contents);
+}
+
+TEST_F(FilesTest, ReadFile_MissingFileOrDirectoryClearsContents) {
+  std::string contents = "stale";
+  EXPECT_EQ(2u, CurrentEnv()->ReadFile("C:\\missing", &contents));
+  EXPECT_EQ("", contents);
+  contents = "stale";
+  EXPECT_EQ(3u, CurrentEnv()->ReadFile("C:\\NoDir\\missing", &contents));
+  EXPECT_EQ("", contents);
+}
+
+TEST_F(FilesTest, ReadFile_DirectoryIsAccessDenied) {
+  WriteFile(T("Dir/x"), "1");
+  std::string contents;
+  EXPECT_EQ(5u, CurrentEnv()->ReadFile("C:\\Dir", &contents));
+}
+
+// --- WriteFileAtomic --------------------------------------------------------------------------
+
+TEST_F(FilesTest, WriteFileAtomic_CreatesFileAndLeavesNoTemporary) {
+  WriteFile(T("Pkg/other"), "");
+  EXPECT_EQ(0u, CurrentEnv()->WriteFileAtomic("C:\\Pkg\\Mapping.xml", "<Mapping/>"));
+  EXPECT_EQ("<Mapping/>", ReadFile(T("Pkg/Mapping.xml")));
+  EXPECT_EQ((std::vector<std::string>{"Mapping.xml", "other"}), ListDir(T("Pkg")));
+}
+
+TEST_F(FilesTest, WriteFileAtomic_ReplacesAndKeepsPermissions) {
+  WriteFile(T("doc.vgxXml"), "old content that is longer");
+  ASSERT_EQ(0, chmod(T("doc.vgxXml").c_str(), 0640));
+  EXPECT_EQ(0u, CurrentEnv()->WriteFileAtomic("C:\\DOC.vgxXml", "new"));
+  EXPECT_EQ("new", ReadFile(T("doc.vgxXml")));
+  struct stat st {};
+  ASSERT_EQ(0, stat(T("doc.vgxXml").c_str(), &st));
+  EXPECT_EQ(0640u, st.st_mode & 07777);
+  EXPECT_EQ((std::vector<std::string>{"doc.vgxXml"}), ListDir(tmp_.path()));
+}
+
+TEST_F(FilesTest, WriteFileAtomic_ReadOnlyTargetIsAccessDeniedAndUnchanged) {
+  WriteFile(T("doc.vgxXml"), "old");
+  ASSERT_EQ(0, chmod(T("doc.vgxXml").c_str(), 0444));
+  EXPECT_EQ(5u, CurrentEnv()->WriteFileAtomic("C:\\doc.vgxXml", "new"));
+  EXPECT_EQ("old", ReadFile(T("doc.vgxXml")));
+  EXPECT_EQ((std::vector<std::string>{"doc.vgxXml"}), ListDir(tmp_.path()));
+}
+
+TEST_F(FilesTest, WriteFileAtomic_MissingDirectoryIsPathNotFound) {
+  EXPECT_EQ(3u, CurrentEnv()->WriteFileAtomic("C:\\NoDir\\doc.vgxXml", "x"));
+}
+
+TEST_F(FilesTest, WriteFileAtomic_DirectoryTargetIsAccessDenied) {
+  WriteFile(T("Dir/x"), "1");
+  EXPECT_EQ(5u, CurrentEnv()->WriteFileAtomic("C:\\Dir", "x"));
+  EXPECT_EQ((std::vector<std::string>{"x"}), ListDir(T("Dir")));
+}
+
+// --- CreateDirectories ------------------------------------------------------------------------
+
+TEST_F(FilesTest, CreateDirectories_CreatesMissingParents) {
+  EXPECT_EQ(0u, CurrentEnv()->CreateDirectories("C:\\a\\b\\c"));
+  struct stat st {};
+  ASSERT_EQ(0, stat(T("a/b/c").c_str(), &st));
+  EXPECT_TRUE(S_ISDIR(st.st_mode));
+}
+
+TEST_F(FilesTest, CreateDirectories_ExistingDirectoryInAnyCaseIsSuccess) {
+  WriteFile(T("Out/x"), "1");
+  EXPECT_EQ(0u, CurrentEnv()->CreateDirectories("C:\\out\\Sub"));
+  EXPECT_EQ((std::vector<std::string>{"Sub", "x"}), ListDir(T("Out")));
+  EXPECT_EQ(0u, CurrentEnv()->CreateDirectories("C:\\Out"));
+}
+
+TEST_F(FilesTest, CreateDirectories_FileInTheWayFails) {
+  WriteFile(T("f"), "1");
+  EXPECT_EQ(80u, CurrentEnv()->CreateDirectories("C:\\f"));
+  EXPECT_EQ(3u, CurrentEnv()->CreateDirectories("C:\\f\\sub"));
+}
+
+TEST_F(FilesTest, CreateDirectories_UnmappedDriveIsPathNotFound) {
+  EXPECT_EQ(3u, CurrentEnv()->CreateDirectories("Q:\\a"));
+}
+
+}  // namespace
+}  // namespace nomplat

@@ -1,0 +1,312 @@
+// Module paths to native paths: drives, shares, rooted and relative paths, separators, dots, the
+// case-insensitive fallback and code-page conversion; errno to Windows error numbers.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "platform/codepage.h"
+#include "platform/paths.h"
+#include "platform_test_util.h"
+#include "support/test_support.h"
+
+namespace nomplat {
+namespace {
+
+using nomtest::ScopedEnvironmentVariable;
+using nomtest::TempDir;
+using nomtest::WriteFile;
+
+// Each test starts from the default maps, UTF-8 and the case-insensitive fallback on, with C:
+// mapped to a fresh temporary directory; everything is restored after it.
+class PathsTest : public ::testing::Test {
+ protected:
+  PathsTest() : codePage_(65001) {
+    ResetPathMaps();
+    SetCaseInsensitiveLookup(true);
+    MapDrive('C', tmp_.path());
+  }
+
+  // The native path of a module path; "<error N>" when it cannot be mapped.
+  static std::string Native(const std::string& modulePath) {
+    std::string native;
+    DWORD error = 0;
+    if (!ToNativePath(modulePath, &native, &error)) return "<error " + std::to_string(error) + ">";
+    return native;
+  }
+
+  std::string T(const std::string& relative) const { return tmp_.Sub(relative); }
+
+  TempDir tmp_;
+  ScopedPathMaps maps_;
+  ScopedCodePage codePage_;
+};
+
+// --- drives -----------------------------------------------------------------------------------
+
+TEST_F(PathsTest, Drive_UpperCaseLetterStartsAtItsDirectory) {
+  EXPECT_EQ(T("Pkg/Part.vgxXml"), Native("C:\\Pkg\\Part.vgxXml"));
+}
+
+TEST_F(PathsTest, Drive_LowerCaseLetterIsTheSameDrive) {
+  EXPECT_EQ(T("Pkg/Part.vgxXml"), Native("c:\\Pkg\\Part.vgxXml"));
+}
+
+TEST_F(PathsTest, Drive_ZIsTheRootByDefault) {
+  WriteFile(T("data/x"), "1");
+  EXPECT_EQ(T("data/x"), Native(nomtest::ZPath(T("data/x"))));
+  EXPECT_EQ("/", Native("Z:\\"));
+}
+
+TEST_F(PathsTest, Drive_NoSeparatorAfterColonIsRelativeToDriveRoot) {
+  EXPECT_EQ(T("Pkg/x"), Native("C:Pkg\\x"));
+}
+
+TEST_F(PathsTest, Drive_AloneIsItsDirectory) {
+  EXPECT_EQ(tmp_.path(), Native("C:"));
+  EXPECT_EQ(tmp_.path(), Native("C:\\"));
+}
+
+TEST_F(PathsTest, Drive_UnmappedIsPathNotFound) {
+  EXPECT_EQ("<error 3>", Native("Q:\\Pkg\\x"));
+  EXPECT_EQ("<error 3>", Native("q:x"));
+}
+
+TEST_F(PathsTest, Drive_RemappingReplacesEarlierMapping) {
+  TempDir other;
+  MapDrive('c', other.path() + "/");
+  EXPECT_EQ(other.Sub("x"), Native("C:\\x"));
+}
+
+TEST_F(PathsTest, Drive_ResetForgetsMappings) {
+  ResetPathMaps();
+  EXPECT_EQ("<error 3>", Native("C:\\x"));
+  EXPECT_EQ("/", Native("Z:\\"));
+}
+
+TEST_F(PathsTest, Drive_EnvironmentMapsDrivesOnFirstUse) {
+  TempDir d;
+  ScopedEnvironmentVariable drives("NOMZUB_DRIVES", ("C=" + T("c") + ";D=" + d.path()).c_str());
+  ResetPathMaps();
+  EXPECT_EQ(T("c/x"), Native("C:\\x"));
+  EXPECT_EQ(d.Sub("y"), Native("d:\\y"));
+  EXPECT_EQ("/", Native("Z:\\"));
+}
+
+TEST_F(PathsTest, Drive_MapDriveOverridesEnvironment) {
+  ScopedEnvironmentVariable drives("NOMZUB_DRIVES", "C=/from/environment");
+  ResetPathMaps();
+  MapDrive('C', tmp_.path());
+  EXPECT_EQ(T("x"), Native("C:\\x"));
+}
+
+TEST_F(PathsTest, Drive_BadEnvironmentEntriesAreLoggedAndSkipped) {
+  ScopedEnvironmentVariable drives("NOMZUB_DRIVES", ("1=/x;CD=/y;E;F=;G=" + T("g")).c_str());
+  ResetPathMaps();
+  nomtest::LogCapture log;
+  EXPECT_EQ(T("g/x"), Native("G:\\x"));
+  EXPECT_EQ((std::vector<std::string>{
+                "****** ERROR:\t NOMZUB_DRIVES: ignoring \"1=/x\" (expected L=/directory)",
+                "****** ERROR:\t NOMZUB_DRIVES: ignoring \"CD=/y\" (expected L=/directory)",
+                "****** ERROR:\t NOMZUB_DRIVES: ignoring \"E\" (expected L=/directory)",
+                "****** ERROR:\t NOMZUB_DRIVES: ignoring \"F=\" (expected L=/directory)"}),
+            log.messages(2));
+  EXPECT_EQ("<error 3>", Native("E:\\x"));
+}
+
+TEST_F(PathsTest, Drive_MapDriveRejectsNonLetter) {
+  nomtest::LogCapture log;
+  MapDrive('1', T("one"));
+  EXPECT_EQ((std::vector<std::string>{"****** ERROR:\t Cannot map drive \"1\": not a letter"}),
+            log.messages(2));
+  nomtest::ScopedWorkingDirectory cwd(tmp_.path());
+  ASSERT_TRUE(cwd.ok());
+  EXPECT_EQ("1:x", Native("1:x"));  // no drive: an ordinary relative name
+}
+
+// --- shares -----------------------------------------------------------------------------------
+
+TEST_F(PathsTest, Share_MappedShareStartsAtItsDirectory) {
+  MapShare("\\\\srv\\pub", T("pub"));
+  EXPECT_EQ(T("pub/dir/f.vgxGeom"), Native("\\\\srv\\pub\\dir\\f.vgxGeom"));
+  EXPECT_EQ(T("pub"), Native("\\\\srv\\pub"));
+}
+
+TEST_F(PathsTest, Share_NamesAreCaseInsensitive) {
+  MapShare("\\\\SRV\\Pub\\", T("pub"));
+  EXPECT_EQ(T("pub/f"), Native("\\\\srv\\PUB\\f"));
+  EXPECT_EQ(T("pub/f"), Native("//Srv/pub/f"));
+}
+
+TEST_F(PathsTest, Share_UnmappedIsBadNetworkPath) {
+  MapShare("\\\\srv\\pub", T("pub"));
+  EXPECT_EQ("<error 53>", Native("\\\\srv\\other\\f"));
+  EXPECT_EQ("<error 53>", Native("\\\\other\\pub\\f"));
+  EXPECT_EQ("<error 53>", Native("\\\\srv"));
+}
+
+TEST_F(PathsTest, Share_EnvironmentMapsShares) {
+  ScopedEnvironmentVariable shares("NOMZUB_SHARES",
+                                   ("\\\\srv\\pub=" + T("pub") + ";\\\\srv\\x=" + T("x")).c_str());
+  ResetPathMaps();
+  EXPECT_EQ(T("pub/f"), Native("\\\\srv\\pub\\f"));
+  EXPECT_EQ(T("x/g"), Native("\\\\SRV\\X\\g"));
+}
+
+TEST_F(PathsTest, Share_BadEnvironmentEntryIsLoggedAndSkipped) {
+  ScopedEnvironmentVariable shares("NOMZUB_SHARES", "\\\\srv=/x;\\\\srv\\pub\\deep=/y");
+  ResetPathMaps();
+  nomtest::LogCapture log;
+  EXPECT_EQ("<error 53>", Native("\\\\srv\\pub\\f"));
+  EXPECT_EQ((std::vector<std::string>{
+                "****** ERROR:\t NOMZUB_SHARES: ignoring \"\\\\srv=/x\" (expected "
+                "\\\\server\\share=/directory)",
+                "****** ERROR:\t NOMZUB_SHARES: ignoring \"\\\\srv\\pub\\deep=/y\" (expected "
+                "\\\\server\\share=/directory)"}),
+            log.messages(2));
+}
+
+TEST_F(PathsTest, Share_MalformedMappingIsLogged) {
+  nomtest::LogCapture log;
+  MapShare("srv\\pub", T("pub"));
+  EXPECT_EQ((std::vector<std::string>{
+                "****** ERROR:\t Cannot map share \"srv\\pub\": expected \\\\server\\share"}),
+            log.messages(2));
+}
+
+// --- rooted and relative ----------------------------------------------------------------------
+
+TEST_F(PathsTest, Rooted_BackslashStartsAtFileSystemRoot) {
+  std::string rooted;
+  for (char c : T("f.txt")) rooted += c == '/' ? '\\' : c;
+  EXPECT_EQ(T("f.txt"), Native(rooted));
+}
+
+TEST_F(PathsTest, Relative_StaysRelativeToWorkingDirectory) {
+  nomtest::ScopedWorkingDirectory cwd(tmp_.path());
+  ASSERT_TRUE(cwd.ok());
+  EXPECT_EQ("sub/file.txt", Native("sub\\file.txt"));
+  EXPECT_EQ("file.txt", Native("file.txt"));
+  EXPECT_EQ(".", Native(""));
+}
+
+TEST_F(PathsTest, Relative_CaseInsensitiveInWorkingDirectory) {
+  WriteFile(T("Sub/File.txt"), "1");
+  nomtest::ScopedWorkingDirectory cwd(tmp_.path());
+  ASSERT_TRUE(cwd.ok());
+  EXPECT_EQ("Sub/File.txt", Native("sub\\file.TXT"));
+}
+
+TEST_F(PathsTest, Separators_ForwardAndBackslashBothSeparate) {
+  EXPECT_EQ(T("Pkg/sub/x"), Native("C:/Pkg\\sub/x"));
+  EXPECT_EQ(T("Pkg/x"), Native("C:\\\\Pkg//x"));
+}
+
+TEST_F(PathsTest, Separators_TrailingSeparatorIsKept) { EXPECT_EQ(T("Pkg/"), Native("C:\\Pkg\\")); }
+
+TEST_F(PathsTest, Dots_DotAndDotDotAreResolved) {
+  EXPECT_EQ(T("a/c"), Native("C:\\a\\.\\b\\..\\c"));
+  EXPECT_EQ(T("x"), Native("C:\\..\\x"));  // never above the drive's directory
+}
+
+TEST_F(PathsTest, Dots_LeadingDotDotOfRelativePathIsKept) {
+  nomtest::ScopedWorkingDirectory cwd(tmp_.path());
+  ASSERT_TRUE(cwd.ok());
+  EXPECT_EQ("../x", Native("..\\x"));
+  EXPECT_EQ("b", Native("a\\..\\b"));
+}
+
+// --- case-insensitive fallback ----------------------------------------------------------------
+
+TEST_F(PathsTest, Case_UniqueMatchIsUsedPerComponent) {
+  WriteFile(T("Pkg/Sub/Part.VGXXML"), "1");
+  EXPECT_EQ(T("Pkg/Sub/Part.VGXXML"), Native("C:\\pkg\\SUB\\part.vgxXml"));
+}
+
+TEST_F(PathsTest, Case_ExactMatchIsPreferred) {
+  WriteFile(T("Part.x"), "1");
+  WriteFile(T("PART.x"), "2");
+  EXPECT_EQ(T("Part.x"), Native("C:\\Part.x"));
+  EXPECT_EQ(T("PART.x"), Native("C:\\PART.x"));
+}
+
+TEST_F(PathsTest, Case_AmbiguousMatchKeepsNameAsWritten) {
+  WriteFile(T("Part.x"), "1");
+  WriteFile(T("PART.x"), "2");
+  EXPECT_EQ(T("part.x"), Native("C:\\part.x"));
+}
+
+TEST_F(PathsTest, Case_NoMatchKeepsRestAsWritten) {
+  WriteFile(T("Pkg/a"), "1");
+  EXPECT_EQ(T("Pkg/New/Dir/f"), Native("C:\\PKG\\New\\Dir\\f"));
+}
+
+TEST_F(PathsTest, Case_NonAsciiLettersMatch) {
+  WriteFile(T("Caf\xC3\xA9.txt"), "1");
+  EXPECT_EQ(T("Caf\xC3\xA9.txt"), Native("C:\\CAF\xC3\x89.TXT"));
+}
+
+TEST_F(PathsTest, Case_DisabledKeepsNameAsWritten) {
+  WriteFile(T("Pkg/Part.vgxXml"), "1");
+  SetCaseInsensitiveLookup(false);
+  EXPECT_FALSE(CaseInsensitiveLookup());
+  EXPECT_EQ(T("pkg/part.vgxxml"), Native("C:\\pkg\\part.vgxxml"));
+}
+
+TEST(PathsEnvironment, Case_EnvironmentVariableDisablesFallback) {
+  // The setting is read once per process: check it in a fresh one.
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(
+      {
+        setenv("NOMZUB_CASE_SENSITIVE", "1", 1);
+        std::exit(CaseInsensitiveLookup() ? 1 : 0);
+      },
+      ::testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(
+      {
+        unsetenv("NOMZUB_CASE_SENSITIVE");
+        std::exit(CaseInsensitiveLookup() ? 0 : 1);
+      },
+      ::testing::ExitedWithCode(0), "");
+}
+
+// --- code pages -------------------------------------------------------------------------------
+
+TEST_F(PathsTest, CodePage_932BytesBecomeUtf8) {
+  WriteFile(T("\xE8\xA1\xA8/x.txt"), "1");
+  ScopedCodePage cp(932);
+  ASSERT_TRUE(cp.ok());
+  // 0x95 0x5C is one character: its trail byte does not separate components.
+  EXPECT_EQ(T("\xE8\xA1\xA8/x.txt"), Native("C:\\\x95\x5C\\x.txt"));
+  EXPECT_EQ(T("\xE8\xA1\xA8"), Native("C:\\\x95\x5C"));
+}
+
+TEST_F(PathsTest, CodePage_1252BytesBecomeUtf8) {
+  ScopedCodePage cp(1252);
+  ASSERT_TRUE(cp.ok());
+  EXPECT_EQ(T("caf\xC3\xA9"), Native("C:\\caf\xE9"));
+}
+
+// --- errno ------------------------------------------------------------------------------------
+
+TEST(Paths, MapErrno_WindowsNumbers) {
+  EXPECT_EQ(2u, MapErrno(ENOENT));
+  EXPECT_EQ(3u, MapErrno(ENOTDIR));
+  EXPECT_EQ(5u, MapErrno(EACCES));
+  EXPECT_EQ(5u, MapErrno(EPERM));
+  EXPECT_EQ(5u, MapErrno(EROFS));
+  EXPECT_EQ(5u, MapErrno(EISDIR));
+  EXPECT_EQ(32u, MapErrno(EBUSY));
+  EXPECT_EQ(32u, MapErrno(ETXTBSY));
+  EXPECT_EQ(80u, MapErrno(EEXIST));
+  EXPECT_EQ(112u, MapErrno(ENOSPC));
+  EXPECT_EQ(112u, MapErrno(EDQUOT));
+  EXPECT_EQ(206u, MapErrno(ENAMETOOLONG));
+  EXPECT_EQ(1359u, MapErrno(EIO));
+  EXPECT_EQ(1359u, MapErrno(EINVAL));
+}
+
+}  // namespace
+}  // namespace nomplat

@@ -1,0 +1,58 @@
+// Test support for the planning data server: a private PostgreSQL server started for one test
+// program, SQLite sample databases, and the connector reset between tests.
+#ifndef NOM_TESTS_SUPPORT_PG_PLANNING_SUPPORT_H_
+#define NOM_TESTS_SUPPORT_PG_PLANNING_SUPPORT_H_
+
+#include <string>
+
+#include "NOMSOITypes.h"
+
+namespace nomtest {
+
+// A PostgreSQL server of its own: initdb into a fresh temporary directory, password
+// authentication (scram-sha-256) for the superuser "postgres", a Unix socket in that directory
+// and no TCP listener. Run as the "postgres" system user when the test runs as root, since the
+// server refuses root. Stopped and removed by the destructor.
+class PgServer {
+ public:
+  static constexpr char kPassword[] = "pg-test-secret";
+
+  PgServer() = default;
+  ~PgServer();
+  PgServer(const PgServer&) = delete;
+  PgServer& operator=(const PgServer&) = delete;
+
+  // Starts the server. False with *why when the PostgreSQL binaries are missing (*missing set)
+  // or when initdb or the start failed (the server log is quoted).
+  bool Start(std::string* why, bool* missing);
+  // Creates a database. False on failure.
+  bool CreateDatabase(const std::string& name);
+  // "postgresql://postgres:PASSWORD@/database?host=SOCKETDIR&port=PORT".
+  std::string Url(const std::string& database) const;
+  // The same without user and password: the connector's login supplies them.
+  std::string UrlWithoutLogin(const std::string& database) const;
+  const std::string& socket_dir() const { return dir_; }
+
+ private:
+  // Runs a PostgreSQL program as the server's owner; its output goes to log.
+  bool RunAsOwner(const std::string& command, const std::string& log) const;
+
+  std::string bin_;
+  std::string dir_;
+  int port_ = 0;
+  bool running_ = false;
+};
+
+// The connector steps the module makes: configured server url, data source 0, login, connect,
+// project, filters. Returns the first code that is not S_OK, or S_OK.
+HRESULT ConnectPlanning(const std::string& url, const std::string& login,
+                        const std::string& password, const std::string& project,
+                        const std::string& filters);
+
+// Leaves the data-server services as a fresh process has them: disconnected, no configured
+// server, no registered package, empty identifier cache, no objects, the real generator.
+void ResetPlanningServices();
+
+}  // namespace nomtest
+
+#endif  // NOM_TESTS_SUPPORT_PG_PLANNING_SUPPORT_H_

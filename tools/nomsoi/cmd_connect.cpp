@@ -1,0 +1,33 @@
+// nomsoi connect: checks that a login reaches a project on the planning data server.
+#include <cstdio>
+#include <memory>
+
+#include "NOMSOIUtility.h"
+#include "commands.h"
+
+namespace nomsoi {
+namespace {
+
+int RunConnect(const ConnectionOptions& options) {
+  NOMSOIUtility utility;
+  const BOOL connected = ConnectToServer(utility, options);
+  utility.DisconnectServer();
+  if (!connected) return ReportNotConnected("connect", options);
+  std::printf("connected to project '%s' on '%s' as '%s'\n", options.project.c_str(),
+              options.server.c_str(), options.login.c_str());
+  return kExitOk;
+}
+
+}  // namespace
+
+Command SetupConnectCommand(CLI::App& app) {
+  auto options = std::make_shared<ConnectionOptions>();
+  CLI::App* command = app.add_subcommand(
+      "connect",
+      "Check access: connect to the server with the login, select the project and the filters, "
+      "then disconnect. Exit 0 when connected, 1 when a step failed (the log says which).");
+  AddConnectionOptions(*command, *options);
+  return {command, [options] { return RunConnect(*options); }};
+}
+
+}  // namespace nomsoi

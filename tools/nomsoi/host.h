@@ -1,0 +1,106 @@
+// What the commands of nomsoi share: the global options, the connection options, the checks made
+// before the module is called, the exit status and the progress line.
+#ifndef NOM_TOOLS_NOMSOI_HOST_H_
+#define NOM_TOOLS_NOMSOI_HOST_H_
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "NOMSOITypes.h"
+
+class NOMSOIUtility;
+
+namespace nomsoi {
+
+// Exit status of the host: the module's result was not negative; it was negative or the server
+// refused the connection; the command line or an input was refused before the module was called.
+constexpr int kExitOk = 0;
+constexpr int kExitFailed = 1;
+constexpr int kExitUsage = 2;
+
+// One command of the host: its parsed sub-application and what runs it. run returns the exit
+// status.
+struct Command {
+  CLI::App* app;
+  std::function<int()> run;
+};
+
+// Options that apply to every command.
+struct GlobalOptions {
+  std::string log;
+  std::string log_format;
+  int code_page = 0;
+  std::vector<std::string> drives;
+  std::vector<std::string> shares;
+  // Set by AddGlobalOptions; tell whether an option was given at all.
+  CLI::Option* log_option = nullptr;
+  CLI::Option* log_format_option = nullptr;
+  CLI::Option* code_page_option = nullptr;
+};
+
+// Declares --log, --log-format, --code-page, --drive and --share on app, with the checks of
+// their syntax (a bad value is a parse error: exit 2).
+void AddGlobalOptions(CLI::App& app, GlobalOptions& options);
+// Applies the parsed global options: code page, drive and share maps, log target and format.
+// Returns kExitOk, or kExitUsage after a message naming the option when one cannot be applied.
+int ApplyGlobalOptions(const GlobalOptions& options);
+
+// The server and the credentials of connect and dump.
+struct ConnectionOptions {
+  std::string server;
+  std::string login;
+  std::string password;
+  std::string project;
+  std::string filters;
+};
+
+// Declares --server (or NOMZUB_SERVER), --login, --password, --project and --filters on command.
+void AddConnectionOptions(CLI::App& command, ConnectionOptions& options);
+// Points the connector at the server and calls ConnectServer; returns its result (1: connected).
+BOOL ConnectToServer(NOMSOIUtility& utility, const ConnectionOptions& options);
+// Says on standard error that the connection failed and returns kExitFailed.
+int ReportNotConnected(const std::string& command, const ConnectionOptions& options);
+
+// Exit status for a result of the module: kExitOk when hr is not negative, else kExitFailed after
+// printing the code as 0x%08X on standard error.
+int ExitForResult(const std::string& command, HRESULT hr);
+// Prints "nomsoi <command>: <message>" on standard error and returns kExitUsage.
+int Refuse(const std::string& command, const std::string& message);
+
+// Checks that path (a module path, as the module will open it) holds a well-formed XML document.
+// Returns an empty string when it does, else what is wrong with it ("does not exist", ...).
+std::string XmlDocumentProblem(const std::string& path);
+// Refuses the option's document when XmlDocumentProblem finds a problem: prints
+// "nomsoi <command>: <option>: '<path>' <problem>" and returns kExitUsage; kExitOk otherwise.
+int CheckXmlDocument(const std::string& command, const std::string& option,
+                     const std::string& path);
+// Creates the output directory (a module path) and its parents when missing. kExitOk when it
+// exists afterwards; kExitUsage after a message naming the option and the path otherwise.
+int PrepareOutputDirectory(const std::string& command, const std::string& option,
+                           const std::string& dir);
+// True when the file lies directly in the directory (both module paths that exist).
+bool LiesDirectlyIn(const std::string& file, const std::string& dir);
+
+// While it lives, and only when standard error is a terminal, shows "copied N documents, M bytes"
+// on one line of standard error, counting every file copy made through the platform layer; the
+// line is erased when the object is destroyed. Log records written to standard error meanwhile
+// erase the line first. Does nothing in a pipe or a file.
+class ProgressLine {
+ public:
+  ProgressLine();
+  ~ProgressLine();
+  ProgressLine(const ProgressLine&) = delete;
+  ProgressLine& operator=(const ProgressLine&) = delete;
+
+  class Display;
+
+ private:
+  std::unique_ptr<Display> display_;
+};
+
+}  // namespace nomsoi
+
+#endif  // NOM_TOOLS_NOMSOI_HOST_H_
