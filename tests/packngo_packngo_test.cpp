@@ -334,6 +334,22 @@ TEST_F(PackNGo, MainDocumentMissing_PassedOverReturnsSaveResult) {
   EXPECT_FALSE(nomtest::FileExists(dir_.Sub("out/SOI.vgxXml")));
 }
 
+TEST_F(PackNGo, ThreeCopies_ListedInCopyOrder_KeptByObjectCopy_EmptiedByAssignment) {
+  Product("lib/A.vgxXml", AssemblyDocument({"B.vgxXml"}));
+  Product("lib/B.vgxXml", AssemblyDocument({""}));
+  Product("lib/C.vgxXml", AssemblyDocument({""}));
+  Package({{"ProductList", {"..\\lib\\A.vgxXml", "..\\lib\\C.vgxXml"}}});
+  EXPECT_EQ(utility_.PackNGo(soi_), S_OK);
+  const List expected{Out("A.vgxXml"), Out("B.vgxXml"), Out("C.vgxXml")};
+  EXPECT_EQ(peer_.CopiedXmlFiles(), expected);
+  NOMSOIUtility copy(utility_);
+  NOMSOIUtilityTestPeer copyPeer(copy);
+  EXPECT_EQ(copyPeer.CopiedXmlFiles(), expected);
+  copy = NOMSOIUtility();
+  EXPECT_EQ(copyPeer.CopiedXmlFiles(), List{});
+  EXPECT_EQ(peer_.CopiedXmlFiles(), expected);
+}
+
 TEST_F(PackNGo, SecondCall_RevisitsEntriesOfTheFirst) {
   Product("lib/A.vgxXml", AssemblyDocument({"x\\Y.vgxXml"}));
   Package({{"ProductList", {"..\\lib\\A.vgxXml"}}});

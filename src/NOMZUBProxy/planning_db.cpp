@@ -5,6 +5,8 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include <charconv>
+
 #include "platform/paths.h"
 
 namespace nomzub::proxy {
@@ -14,6 +16,25 @@ constexpr char kSqlitePrefix[] = "sqlite:";
 
 bool StartsWith(const std::string& s, const std::string& prefix) {
   return s.compare(0, prefix.size(), prefix) == 0;
+}
+
+// A libpq message on one log line: every run of blanks that holds a line break becomes one blank,
+// trailing blanks go.
+std::string OneLine(const std::string& message) {
+  std::string out;
+  size_t i = 0;
+  while (i < message.size()) {
+    size_t blanks_end = message.find_first_not_of(" \t\r\n", i);
+    if (blanks_end == i) {
+      out += message[i++];
+      continue;
+    }
+    if (blanks_end == std::string::npos) break;
+    std::string blanks = message.substr(i, blanks_end - i);
+    out += blanks.find('\n') == std::string::npos ? blanks : " ";
+    i = blanks_end;
+  }
+  return out;
 }
 
 class SqliteDb : public PlanningDb {
@@ -32,10 +53,7 @@ class SqliteDb : public PlanningDb {
     while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) {
       if (rows == nullptr) continue;
       std::vector<std::string>& row = rows->emplace_back();
-      for (int c = 0, n = sqlite3_column_count(stmt); c < n; ++c) {
-        const unsigned char* text = sqlite3_column_text(stmt, c);
-        row.emplace_back(text ? reinterpret_cast<const char*>(text) : "");
-      }
+      for (int c = 0, n = sqlite3_column_count(stmt); c < n; ++c) row.push_back(Column(stmt, c));
     }
     sqlite3_finalize(stmt);
     return rc == SQLITE_DONE || Fail();
@@ -59,6 +77,17 @@ class SqliteDb : public PlanningDb {
   }
 
  private:
+  // A column as text. Real numbers get their shortest exact form, as PostgreSQL writes them
+  // (SQLite's own text keeps only 15 digits).
+  static std::string Column(sqlite3_stmt* stmt, int c) {
+    if (sqlite3_column_type(stmt, c) == SQLITE_FLOAT) {
+      char text[32];
+      auto [end, ec] = std::to_chars(text, text + sizeof text, sqlite3_column_double(stmt, c));
+      return std::string(text, end);
+    }
+    const unsigned char* text = sqlite3_column_text(stmt, c);
+    return text ? reinterpret_cast<const char*>(text) : "";
+  }
   bool Fail() {
     error_ = sqlite3_errmsg(db_);
     return false;
@@ -132,8 +161,7 @@ class PostgresDb : public PlanningDb {
   bool Check(PGresult* result) {
     ExecStatusType status = PQresultStatus(result);
     if (status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK) return true;
-    error_ = result ? PQresultErrorMessage(result) : PQerrorMessage(conn_);
-    while (!error_.empty() && (error_.back() == '\n' || error_.back() == ' ')) error_.pop_back();
+    error_ = OneLine(result ? PQresultErrorMessage(result) : PQerrorMessage(conn_));
     return false;
   }
   PGconn* conn_;
@@ -187,10 +215,7 @@ std::unique_ptr<PlanningDb> OpenPostgres(const std::string& url, DbAccess access
   values.push_back(nullptr);
   PGconn* conn = PQconnectdbParams(keys.data(), values.data(), 1);
   if (PQstatus(conn) != CONNECTION_OK) {
-    std::string message = conn ? PQerrorMessage(conn) : "out of memory";
-    while (!message.empty() && (message.back() == '\n' || message.back() == ' ')) {
-      message.pop_back();
-    }
+    std::string message = conn ? OneLine(PQerrorMessage(conn)) : "out of memory";
     *error = "cannot connect to planning server " + RedactUrl(url) + ": " + message;
     PQfinish(conn);
     return nullptr;
