@@ -157,7 +157,8 @@ DWORD MakeDirectories(const std::string& native) {
   if (parent != native) {
     if (const DWORD error = MakeDirectories(parent)) return error;
   }
-  if (mkdir(native.c_str(), 0777) != 0 && errno != EEXIST) return MapErrno(errno);
+  if (mkdir(native.c_str(), 0777) != 0) return errno == EEXIST ? 0 : MapErrno(errno);
+  NoteFileCreated(native);
   return 0;
 }
 
@@ -198,7 +199,12 @@ class PosixEnv : public Env {
     if (error == 0) error = KeepModificationTime(out.get(), source);
     const DWORD closeError = out.Close();
     if (error == 0) error = closeError;
-    if (error != 0) unlink(to.c_str());  // no partial target is left behind
+    if (error != 0) {
+      unlink(to.c_str());  // no partial target is left behind
+      NoteFileRemoved(to);
+    } else if (!exists) {
+      NoteFileCreated(to);
+    }
     return error;
   }
 
@@ -240,11 +246,15 @@ class PosixEnv : public Env {
     if (error == 0 && exists && fchmod(fd.get(), existing.st_mode & 07777) != 0) {
       error = MapErrno(errno);
     }
-    if (error == 0 && fsync(fd.get()) != 0) error = MapErrno(errno);
     const DWORD closeError = fd.Close();
     if (error == 0) error = closeError;
     if (error == 0 && rename(temp.c_str(), native.c_str()) != 0) error = PathError(native, errno);
-    if (error != 0) unlink(temp.c_str());
+    if (error != 0) {
+      unlink(temp.c_str());
+      NoteFileRemoved(temp);
+    } else {
+      NoteFileCreated(native);
+    }
     return error;
   }
 

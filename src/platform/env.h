@@ -30,7 +30,9 @@ class NOM_API Env {
   virtual DWORD ReadFile(const std::string& path, std::string* contents) = 0;
 
   // Replaces path with contents atomically: writes a temporary file beside it and renames it over
-  // the target. A read-only target fails with 5 and is left as it was. Returns 0 or an error.
+  // the target, so a crashed process never leaves half a file. (No fsync: a package is rewritten
+  // file by file, and syncing each one would cost more than the whole copy.) A read-only target
+  // fails with 5 and is left as it was. Returns 0 or an error.
   virtual DWORD WriteFileAtomic(const std::string& path, const std::string& contents) = 0;
 
   // Creates the directory and its missing parents. Returns 0 (also when it exists) or an error.

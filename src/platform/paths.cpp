@@ -3,12 +3,15 @@
 
 #include <dirent.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <wctype.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <mutex>
+#include <unordered_map>
+#include <unordered_set>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -241,14 +244,6 @@ char32_t FoldCase(char32_t c) {
   return static_cast<char32_t>(towupper_l(static_cast<wint_t>(c), unicode));
 }
 
-bool SameIgnoringCase(std::string_view a, std::string_view b) {
-  size_t i = 0, j = 0;
-  while (i < a.size() && j < b.size()) {
-    if (FoldCase(NextCodePoint(a, &i)) != FoldCase(NextCodePoint(b, &j))) return false;
-  }
-  return i == a.size() && j == b.size();
-}
-
 bool Exists(const std::string& native) {
   struct stat st;
   return lstat(native.c_str(), &st) == 0;
@@ -266,23 +261,142 @@ std::string JoinAll(std::string dir, const std::vector<std::string>& names, size
   return dir;
 }
 
+// A name with every character case-folded: equal for names Windows would take as one.
+std::u32string FoldedName(std::string_view name) {
+  std::u32string folded;
+  for (size_t i = 0; i < name.size();) folded += FoldCase(NextCodePoint(name, &i));
+  return folded;
+}
+
+std::string DirectoryPart(const std::string& native) {
+  const size_t slash = native.find_last_of('/');
+  if (slash == std::string::npos) return std::string();
+  return slash == 0 ? std::string("/") : native.substr(0, slash);
+}
+
+std::string NamePart(const std::string& native) {
+  const size_t slash = native.find_last_of('/');
+  return slash == std::string::npos ? native : native.substr(slash + 1);
+}
+
+// Case-insensitive listings of directories. A directory is scanned once and its listing reused
+// while the directory keeps its inode and modification time, so that copying thousands of new
+// files into one directory does not scan it once per file. Files this process creates are added
+// to the listing as they are made (NoteFileCreated). A listing made within a clock tick of the
+// directory's last change is not trusted, since a change in that tick would not move the time.
+class ListingCache {
+ public:
+  // How many entries of dir equal folded ignoring case (0, 1 or more); the one in *entry.
+  int Find(const std::string& dir, const std::u32string& folded, std::string* entry) {
+    struct stat st;
+    if (stat(dir.empty() ? "." : dir.c_str(), &st) != 0) return 0;
+    std::lock_guard<std::mutex> lock(mu_);
+    auto it = listings_.find(dir);
+    if (it == listings_.end() || !it->second.Matches(st)) {
+      if (listings_.size() >= kMaxListings) listings_.clear();
+      Listing listing;
+      if (!listing.Scan(dir, st)) return 0;
+      it = listings_.insert_or_assign(dir, std::move(listing)).first;
+    }
+    return it->second.Find(folded, entry);
+  }
+
+  // native was just created by this process: its directory's listing, if kept, takes it in.
+  void NoteCreated(const std::string& native) {
+    const std::string dir = DirectoryPart(native);
+    std::lock_guard<std::mutex> lock(mu_);
+    auto it = listings_.find(dir);
+    if (it == listings_.end()) return;
+    struct stat st;
+    if (stat(dir.empty() ? "." : dir.c_str(), &st) != 0) {
+      listings_.erase(it);
+      return;
+    }
+    it->second.Add(NamePart(native), st);
+  }
+
+  // Something in native's directory went away: its listing is dropped.
+  void NoteRemoved(const std::string& native) {
+    std::lock_guard<std::mutex> lock(mu_);
+    listings_.erase(DirectoryPart(native));
+  }
+
+  void Clear() {
+    std::lock_guard<std::mutex> lock(mu_);
+    listings_.clear();
+  }
+
+ private:
+  static constexpr size_t kMaxListings = 64;
+
+  struct Listing {
+    dev_t dev = 0;
+    ino_t ino = 0;
+    timespec mtime{};
+    bool trusted = false;
+    // Folded name -> how many entries fold to it, and the last one seen.
+    std::unordered_map<std::u32string, std::pair<int, std::string>> names;
+    std::unordered_set<std::string> exact;
+
+    bool Matches(const struct stat& st) const {
+      return trusted && st.st_dev == dev && st.st_ino == ino &&
+             st.st_mtim.tv_sec == mtime.tv_sec && st.st_mtim.tv_nsec == mtime.tv_nsec;
+    }
+    void Stamp(const struct stat& st) {
+      dev = st.st_dev;
+      ino = st.st_ino;
+      mtime = st.st_mtim;
+    }
+    bool Scan(const std::string& dir, const struct stat& st) {
+      DIR* d = opendir(dir.empty() ? "." : dir.c_str());
+      if (d == nullptr) return false;
+      timespec now{};
+      clock_gettime(CLOCK_REALTIME, &now);
+      while (const dirent* e = readdir(d)) Insert(e->d_name);
+      closedir(d);
+      Stamp(st);
+      // Trusted only when the directory's last change is clearly older than the scan.
+      const long long ageNs = (now.tv_sec - st.st_mtim.tv_sec) * 1000000000LL +
+                              (now.tv_nsec - st.st_mtim.tv_nsec);
+      trusted = ageNs > kTickNs;
+      return true;
+    }
+    void Add(const std::string& name, const struct stat& st) {
+      Insert(name);
+      Stamp(st);
+      trusted = true;
+    }
+    void Insert(const std::string& name) {
+      if (!exact.insert(name).second) return;
+      auto& slot = names[FoldedName(name)];
+      ++slot.first;
+      slot.second = name;
+    }
+    int Find(const std::u32string& folded, std::string* entry) const {
+      const auto it = names.find(folded);
+      if (it == names.end()) return 0;
+      *entry = it->second.second;
+      return it->second.first;
+    }
+  };
+  static constexpr long long kTickNs = 50LL * 1000 * 1000;
+
+  std::mutex mu_;
+  std::unordered_map<std::string, Listing> listings_;
+};
+
+ListingCache& Listings() {
+  static ListingCache cache;
+  return cache;
+}
+
 // The entry of dir that is name, exactly or else as the one entry equal to it ignoring case.
 bool FindEntry(const std::string& dir, const std::string& name, std::string* entry) {
   if (Exists(Join(dir, name))) {
     *entry = name;
     return true;
   }
-  DIR* d = opendir(dir.empty() ? "." : dir.c_str());
-  if (d == nullptr) return false;
-  int matches = 0;
-  while (const dirent* e = readdir(d)) {
-    if (SameIgnoringCase(e->d_name, name)) {
-      *entry = e->d_name;
-      ++matches;
-    }
-  }
-  closedir(d);
-  return matches == 1;
+  return Listings().Find(dir, FoldedName(name), entry) == 1;
 }
 
 // root joined with names, each name that does not exist as written replaced by its unique
@@ -361,7 +475,14 @@ void MapShare(const std::string& uncPrefix, const std::string& nativeDir) {
   Maps().MapShare(uncPrefix, nativeDir);
 }
 
-void ResetPathMaps() { Maps().Reset(); }
+void ResetPathMaps() {
+  Maps().Reset();
+  Listings().Clear();
+}
+
+void NoteFileCreated(const std::string& nativePath) { Listings().NoteCreated(nativePath); }
+
+void NoteFileRemoved(const std::string& nativePath) { Listings().NoteRemoved(nativePath); }
 
 void SetCaseInsensitiveLookup(bool on) { g_caseInsensitive.store(on ? 1 : 0); }
 

@@ -46,6 +46,11 @@ class ScopedPathMaps {
 // mapped.
 NOM_API bool ToNativePath(const std::string& modulePath, std::string* nativePath, DWORD* error);
 
+// Keeps the case-insensitive look-up's directory listings current: the Env calls these after it
+// created or removed a native file or directory.
+void NoteFileCreated(const std::string& nativePath);
+void NoteFileRemoved(const std::string& nativePath);
+
 // The Windows error number for an errno value: ENOENT 2, ENOTDIR 3, EACCES/EPERM/EROFS/EISDIR 5,
 // EBUSY/ETXTBSY 32, EEXIST 80, ENOSPC/EDQUOT 112, ENAMETOOLONG 206, anything else 1359.
 NOM_API DWORD MapErrno(int err);

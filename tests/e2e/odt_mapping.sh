@@ -30,9 +30,8 @@ expect_same "module log" "$WORK/expected.log" "$WORK/actual.log"
 tree_of "$out" >"$WORK/tree"
 printf '%sMapping.xml\n' "$ODT_TREE" | LC_ALL=C sort >"$WORK/expected.tree"
 expect_same "output directory" "$WORK/expected.tree" "$WORK/tree"
-python3 - "$out/Mapping.xml" <<'PY' || fail "Mapping.xml is not <Root Schema=\"2\"/>"
-import sys, xml.etree.ElementTree as ET
-root = ET.parse(sys.argv[1]).getroot()
-sys.exit(0 if root.tag == "Root" and root.attrib == {"Schema": "2"} and len(root) == 0 else 1)
-PY
+# The element tree alone: the declaration and the layout are the writer's business.
+sed 's/<?xml[^>]*?>//' "$out/Mapping.xml" | tr -d ' \t\r\n' >"$WORK/tree.xml"
+grep -qxE '<RootSchema="2"/>|<RootSchema="2"></Root>' "$WORK/tree.xml" ||
+  fail "Mapping.xml is not a lone <Root Schema=\"2\"/>: $(cat "$out/Mapping.xml")"
 echo "odt_mapping: ok"

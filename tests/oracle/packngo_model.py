@@ -1,0 +1,492 @@
+"""Reference model of `nomsoi pack` and `nomsoi odt` acting on a package on disk.
+
+The model is written from the documented behaviour of Pack & Go, independently of the C++ code, so
+that a random package run through both must give the same module log lines (levels 0 and 1), the
+same files and the same exit status. It works on the real file system: give it a scratch copy of a
+package, then compare what it leaves behind with what `nomsoi` leaves behind in a second copy at the
+same place.
+
+Two layers:
+  * the module, on module paths (Windows-style strings with backslashes, drive letters, UNC names);
+  * the platform, which turns a module path into a native path (Z:\\ is "/", mapped drives and
+    shares, rooted paths, paths relative to the working directory, a unique case-insensitive match
+    where a component does not exist with the exact case) and does the file operations with
+    Windows error numbers.
+
+Standard library only.
+"""
+
+import os
+import re
+import shutil
+import stat
+import xml.etree.ElementTree as ET
+
+S_OK = 0
+E_FAIL = -0x7FFFBFFB  # 0x80004005 as a signed 32-bit value
+E_ACCESSDENIED = -0x7FF8FFFB  # 0x80070005
+
+ERROR_FILE_NOT_FOUND = 2
+ERROR_PATH_NOT_FOUND = 3
+ERROR_ACCESS_DENIED = 5
+ERROR_BAD_NETPATH = 53
+
+LIST_GROUPS = (
+    # Ident value, line before, line after
+    ("ProductList", "Info:\t Handle Product Child Nodes ... ", "Info:\t Handle Product Child Nodes ... Done!"),
+    ("ResourceList", "Info:\t Handle Resource Child Nodes ... ", "Info:\t Handle Resource Child Nodes ... Done!"),
+    ("ManufProd", "Info:\t Handle MP Child Nodes ... ", "Info:\t Handle MP Child Nodes ... Done!"),
+    ("PlanningContext", "Info:\t Handle Context Child Nodes ...", "Info:\t Handle Context Child Nodes ... Done!"),
+)
+
+UNABLE_TO_OPEN = "Info:\t Unable to open Document - "
+UPDATING_LINE = "Info:\t Updating the relative paths in extracted <KRTProduct>.vgxXml files..."
+UPDATED_LINE = "Info:\t Updation of relative paths done..."
+LIGHT_LINE = ("Info:\t Pack & Go Light Mode Requested. Pointed geometry (*.vgxXml + *.vgxGeom) "
+              "will NOT be copied to SOI directory.")
+MAPPING_SKIPPED_LINE = "Info:\t Generation of MappingXML skipped - Env not set"
+
+ERROR_TEXTS = {
+    2: "Error Code: File Not Found",
+    5: "Error Code: Access Denied",
+    1: "Error Code: File Attribute Read Only",
+    6000: "Error Code: Encryption Failed",
+}
+
+
+def ascii_lower(text):
+    return "".join(c.lower() if "A" <= c <= "Z" else c for c in text)
+
+
+# --------------------------------------------------------------------------------------------
+# Platform: module paths on a POSIX file system.
+# --------------------------------------------------------------------------------------------
+
+
+class Platform:
+    """Maps module paths to native ones and performs the file operations the module asks for."""
+
+    def __init__(self, cwd, drives=None, shares=None, case_sensitive=False):
+        self.cwd = cwd
+        self.drives = {"Z": "/"}
+        for letter, directory in (drives or {}).items():
+            self.drives[letter.upper()] = directory
+        self.shares = dict(shares or {})  # "\\server\share" -> native directory
+        self.case_sensitive = case_sensitive
+
+    # Path mapping ---------------------------------------------------------------------------
+
+    def to_native(self, path):
+        """Returns (native path, 0) or (None, Windows error number)."""
+        if len(path) >= 2 and path[1] == ":" and path[0].isascii() and path[0].isalpha():
+            root = self.drives.get(path[0].upper())
+            if root is None:
+                return None, ERROR_PATH_NOT_FOUND
+            base, rest = root, path[2:]
+        elif len(path) >= 2 and path[0] in "\\/" and path[1] in "\\/":
+            parts = re.split(r"[\\/]", path[2:])
+            if len(parts) < 2 or not parts[0] or not parts[1]:
+                return None, ERROR_BAD_NETPATH
+            prefix = "\\\\" + parts[0] + "\\" + parts[1]
+            root = self.shares.get(prefix)
+            if root is None:
+                return None, ERROR_BAD_NETPATH
+            base, rest = root, "\\".join(parts[2:])
+        elif path[:1] in ("\\", "/") and path:
+            base, rest = "/", path[1:]
+        else:
+            base, rest = self.cwd, path
+        current = base
+        for component in re.split(r"[\\/]", rest):
+            if component in ("", "."):
+                continue
+            candidate = os.path.join(current, component)
+            if not os.path.lexists(candidate) and not self.case_sensitive and os.path.isdir(current):
+                wanted = ascii_lower(component)
+                matches = [name for name in os.listdir(current) if ascii_lower(name) == wanted]
+                if len(matches) == 1:
+                    candidate = os.path.join(current, matches[0])
+            current = candidate
+        return current, 0
+
+    # File operations ------------------------------------------------------------------------
+
+    @staticmethod
+    def _read_only(native):
+        return (os.stat(native).st_mode & 0o222) == 0
+
+    def can_open_for_reading(self, path):
+        """The existence test: a regular file that opens for reading."""
+        native, error = self.to_native(path)
+        if native is None:
+            return False
+        return os.path.isfile(native) and os.access(native, os.R_OK)
+
+    def copy_file(self, src, dst):
+        """CopyFileA with overwrite allowed: 0 on success, else the Windows error number."""
+        src_native, error = self.to_native(src)
+        if src_native is None:
+            return error
+        dst_native, error = self.to_native(dst)
+        if dst_native is None:
+            return error
+        if not os.path.lexists(src_native):
+            return ERROR_FILE_NOT_FOUND if os.path.isdir(os.path.dirname(src_native)) else ERROR_PATH_NOT_FOUND
+        if os.path.isdir(src_native):
+            return ERROR_ACCESS_DENIED
+        if not os.path.isdir(os.path.dirname(dst_native) or "/"):
+            return ERROR_PATH_NOT_FOUND
+        if os.path.isdir(dst_native):
+            return ERROR_ACCESS_DENIED
+        if os.path.exists(dst_native) and self._read_only(dst_native):
+            return ERROR_ACCESS_DENIED
+        with open(src_native, "rb") as source:
+            data = source.read()
+        with open(dst_native, "wb") as target:
+            target.write(data)
+        return 0
+
+    def open_document(self, path):
+        """OpenDocument: (tree, result); tree is None when the result is negative."""
+        native, error = self.to_native(path)
+        if native is None or not os.path.isfile(native):
+            return None, E_FAIL
+        try:
+            return ET.parse(native), S_OK
+        except (ET.ParseError, UnicodeDecodeError, ValueError):
+            return None, E_FAIL
+
+    def save_document(self, tree, path):
+        """SaveDoc: the result; nothing is written when it is negative."""
+        if tree is None:
+            return E_FAIL
+        native, error = self.to_native(path)
+        if native is None or not os.path.isdir(os.path.dirname(native) or "/"):
+            return E_FAIL
+        if os.path.isdir(native):
+            return E_ACCESSDENIED
+        if os.path.exists(native) and self._read_only(native):
+            return E_ACCESSDENIED
+        tree.write(native, encoding="UTF-8", xml_declaration=True)
+        return S_OK
+
+    def create_directories(self, path):
+        native, error = self.to_native(path)
+        if native is not None:
+            os.makedirs(native, exist_ok=True)
+
+
+# --------------------------------------------------------------------------------------------
+# Shared-resource manager: Resource elements with a File attribute.
+# --------------------------------------------------------------------------------------------
+
+
+def _is_absolute_module_path(path):
+    return (len(path) >= 2 and path[1] == ":") or path[:1] in ("\\", "/")
+
+
+def _bare_name(path):
+    return re.split(r"[\\/]", path)[-1]
+
+
+def update_resources(platform, tree, document_path, soi_directory):
+    """Copies each Resource File into the SOI directory and sets File to its bare name."""
+    if tree is None:
+        return E_FAIL
+    result = S_OK
+    for element in tree.getroot().iter("Resource"):
+        file_value = element.get("File")
+        if not file_value:
+            continue
+        if _is_absolute_module_path(file_value):
+            source = file_value
+        else:
+            source = directory_of(document_path.replace("/", "\\")) + "\\" + file_value
+        name = _bare_name(file_value)
+        if platform.copy_file(source, soi_directory + "\\" + name) != 0:
+            result = E_FAIL
+        element.set("File", name)
+    return result
+
+
+# --------------------------------------------------------------------------------------------
+# The module: string rules on module paths.
+# --------------------------------------------------------------------------------------------
+
+
+def format_file_path(path):
+    """Every "/" becomes "\\"; the length never changes."""
+    return path.replace("/", "\\")
+
+
+def directory_of(path):
+    """The path cut before its last backslash, or "" when it holds none."""
+    index = path.rfind("\\")
+    return path[:index] if index >= 0 else ""
+
+
+def tail_from(path, index):
+    return path if index < 0 else path[index:]
+
+
+def resolve_relative_path(base, rel):
+    """Returns (base, rel) after one climbing step and any further ones it triggers."""
+    result = directory_of(base)
+    if rel.find("..\\") == 0:
+        rel = rel[3:]
+    if rel.find(".\\..\\") == 0:
+        rel = rel[5:]
+    if rel[:3] == "..\\":
+        result, rel = resolve_relative_path(result, rel)
+    return result, rel
+
+
+def classify_reference(ref):
+    if ref[:5] == ".\\..\\" or ref[:3] == "..\\":
+        return "climbing"
+    if ref.find(".\\") == 0:
+        return "dot-relative"
+    if ref.find(":") == 1:
+        return "drive-absolute"
+    if ref.find("\\\\") == 0:
+        return "network"
+    return "plain"
+
+
+def _last_separator(path):
+    index = path.rfind("\\")
+    if index < 0:
+        index = path.rfind("/")
+    return index
+
+
+def build_actual_path(doc_path, ref, target):
+    """The path part of GetActualPath: (resolved reference, target)."""
+    directory = directory_of(doc_path)
+    kind = classify_reference(ref)
+    if kind == "climbing":
+        work, ref = resolve_relative_path(directory, ref)
+        ref = work + "\\" + ref
+        target += tail_from(ref, ref.rfind("\\"))
+    elif kind == "dot-relative":
+        target += tail_from(ref, _last_separator(ref))
+        ref = directory + ref[1:]
+    elif kind in ("drive-absolute", "network"):
+        target += tail_from(ref, ref.rfind("\\"))
+    else:
+        ref = directory + "\\" + ref
+        target += "\\"
+        target += ref[_last_separator(ref) + 1:]
+    return ref, target
+
+
+def path_find_file_name(path):
+    """The part after the last separator or colon that is followed by a non-separator."""
+    start = 0
+    for index, char in enumerate(path):
+        if char in "\\/:" and index + 1 < len(path) and path[index + 1] not in "\\/":
+            start = index + 1
+    return path[start:]
+
+
+def geometry_path_of(path):
+    """The path less its last six characters, followed by "vgxGeom".
+
+    A character of the narrow string is one byte: a name ending in a two-byte character loses
+    part of it, as the cut does not look at what it removes.
+    """
+    data = path.encode("utf-8", "surrogateescape")
+    return data[:-6].decode("utf-8", "surrogateescape") + "vgxGeom"
+
+
+class Module:
+    """One NOMSOIUtility object: its log and its list of copied product documents."""
+
+    def __init__(self, platform):
+        self.platform = platform
+        self.lines = []  # (level, message)
+        self.copied_xml_files = []
+
+    def log(self, message, level=0):
+        self.lines.append((level, message))
+
+    # Copy error reporting --------------------------------------------------------------------
+
+    def print_error(self, source, target, error):
+        if error == 0:
+            return
+        message = ("Copying File. " + "Source Path: '" + source + "'. " + "Target Path: '" + target
+                   + "'. " + ERROR_TEXTS.get(error, "Error Code: Unknown"))
+        self.log("****** ERROR:\t " + message)
+
+    # Path resolution -------------------------------------------------------------------------
+
+    def get_actual_path(self, doc_path, ref, target):
+        ref, target = build_actual_path(doc_path, ref, target)
+        if self.platform.can_open_for_reading(ref):
+            return 0, ref, target
+        self.log(UNABLE_TO_OPEN + ref)
+        return 1, ref, target
+
+    # Child node handling ---------------------------------------------------------------------
+
+    def handle_children_nodes(self, list_node, soi_directory, main_xml_path, odt):
+        children = [child for child in list_node if child.tag == "CLitAssyGroup"]
+        self.log("Info:\t Nb Child Nodes: " + str(len(children)))
+        soi = format_file_path(soi_directory)
+        for child in children:
+            source = child.get("IsInstanceOf") or ""
+            if source == "":
+                continue
+            target = soi
+            source = format_file_path(source)
+            found, source, target = self.get_actual_path(main_xml_path, source, target)
+            if found == 1:
+                continue
+            error = self.platform.copy_file(source, target)
+            self.copied_xml_files.append(target)
+            self.print_error(source, target, error)
+            geometry = geometry_path_of(source)
+            geometry_target = soi + tail_from(geometry, geometry.rfind("\\"))
+            if self.platform.can_open_for_reading(geometry):
+                error = self.platform.copy_file(geometry, geometry_target)
+                self.print_error(geometry, geometry_target, error)
+            else:
+                self.log(UNABLE_TO_OPEN + geometry)
+            if not odt:
+                child.set("IsInstanceOf", path_find_file_name(source))
+            self.check_internal_reference(source, soi_directory)
+
+    # Internal reference check ----------------------------------------------------------------
+
+    def check_internal_reference(self, doc_path, soi_directory):
+        tree, result = self.platform.open_document(doc_path)
+        if result < 0:
+            return result
+        for node in tree.getroot().iter("CLitAssyGroup"):
+            value = node.get("IsInstanceOf") or ""
+            if value == "":
+                continue
+            target = soi_directory
+            value = format_file_path(value)
+            found, value, target = self.get_actual_path(doc_path, value, target)
+            if found == 1:
+                continue
+            error = self.platform.copy_file(value, target)
+            self.print_error(value, target, error)
+            self.copied_xml_files.append(target)
+            geometry = geometry_path_of(value)
+            target = geometry_path_of(target)
+            if self.platform.can_open_for_reading(geometry):
+                error = self.platform.copy_file(geometry, target)
+                self.print_error(geometry, target, error)
+            else:
+                self.log(UNABLE_TO_OPEN + geometry)
+            self.check_internal_reference(value, soi_directory)
+        return result
+
+    # Relative path update --------------------------------------------------------------------
+
+    def update_relative_paths(self, path):
+        tree, result = self.platform.open_document(path)
+        if result < 0:
+            return result
+        nodes = list(tree.getroot().iter("CLitAssyGroup"))
+        if not nodes:
+            return E_FAIL
+        for node in nodes:
+            value = format_file_path(node.get("IsInstanceOf") or "")
+            value = value[value.rfind("\\") + 1:]
+            node.set("IsInstanceOf", value)
+        self.platform.save_document(tree, path)
+        return S_OK
+
+    def _update_all_relative_paths(self, result):
+        count = len(self.copied_xml_files)
+        self.log(UPDATING_LINE)
+        for entry in self.copied_xml_files[:count]:
+            result = self.update_relative_paths(entry)
+        self.log(UPDATED_LINE)
+        return result
+
+    # Main document ---------------------------------------------------------------------------
+
+    @staticmethod
+    def _find_list_group(tree, ident):
+        if tree is None:
+            return None
+        for element in tree.getroot().iter("CLitAssyGroup"):
+            if element.get("Ident") == ident:
+                return element
+        return None
+
+    def _walk_list_groups(self, tree, soi_directory, main_path, odt):
+        for ident, before, after in LIST_GROUPS:
+            node = self._find_list_group(tree, ident)
+            if node is None:
+                continue
+            level = 0 if odt else 1
+            self.log(before, level)
+            self.handle_children_nodes(node, soi_directory, main_path, odt)
+            self.log(after, level)
+
+    # Public operations -----------------------------------------------------------------------
+
+    def pack_n_go(self, main_path_from_generator, view_path, soi_directory):
+        if main_path_from_generator == "":
+            self.log("Info:\t Failed to get SOI.vgxXml file path")
+            return E_FAIL
+        main_path = format_file_path(main_path_from_generator)
+        tree, _ = self.platform.open_document(main_path)
+        self._walk_list_groups(tree, soi_directory, main_path, odt=False)
+        update_resources(self.platform, tree, main_path, soi_directory)
+        result = self.platform.save_document(tree, main_path)
+        if view_path:
+            view_tree, opened = self.platform.open_document(view_path)
+            if opened >= 0:
+                update_resources(self.platform, view_tree, view_path, soi_directory)
+                view_tree.getroot().set("Document", "SOI.vgxXml")
+                self.platform.save_document(view_tree, view_path)
+        return self._update_all_relative_paths(result)
+
+    def dump_vgx_package_odt(self, odt_in, soi_directory, light_mode, generate_mapping=False):
+        self.log("Info:\t DumpVGXPackage_ODT ->>")
+        self.log("Info:\t Generating VGX Package ...")
+        self.log("Info:\t Running in ODT mode ...")
+        input_directory = (odt_in or "") + "\\NOMZUBVGXExtractTest"
+        self.log("Input Directory: " + input_directory)
+        self.log("Output Directory: " + soi_directory)
+        package_path = input_directory + "\\SOI.vgxXml"
+        if not light_mode:
+            package_path = format_file_path(package_path)
+            tree, _ = self.platform.open_document(package_path)
+            self._walk_list_groups(tree, soi_directory, package_path, odt=True)
+            self.platform.save_document(tree, package_path)
+        else:
+            self.log(LIGHT_LINE)
+        self._update_all_relative_paths(S_OK)
+        if generate_mapping:
+            raise NotImplementedError("the mapping stage is not modelled")
+        self.log(MAPPING_SKIPPED_LINE)
+        self.log("Info:\t <<- DumpVGXPackage_ODT ")
+
+
+# --------------------------------------------------------------------------------------------
+# The host.
+# --------------------------------------------------------------------------------------------
+
+
+def run_pack(platform, main, view, out):
+    """`nomsoi pack --main MAIN [--view VIEW] --out OUT`: (module lines, exit status)."""
+    platform.create_directories(out)
+    module = Module(platform)
+    result = module.pack_n_go(main, view, out)
+    return module.lines, (0 if result >= 0 else 1)
+
+
+def run_odt(platform, odt_in, out, light):
+    """`nomsoi odt --in IN --out OUT [--light]`: (module lines, exit status)."""
+    platform.create_directories(out)
+    module = Module(platform)
+    module.dump_vgx_package_odt(odt_in, out, light)
+    return module.lines, 0
