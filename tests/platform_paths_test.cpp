@@ -1,6 +1,10 @@
 // Module paths to native paths: drives, shares, rooted and relative paths, separators, dots, the
 // case-insensitive fallback and code-page conversion; errno to Windows error numbers.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdio>
 
 #include <cerrno>
 #include <cstdlib>
@@ -8,6 +12,7 @@
 #include <vector>
 
 #include "platform/codepage.h"
+#include "platform/env.h"
 #include "platform/paths.h"
 #include "platform_test_util.h"
 #include "support/test_support.h"
@@ -253,6 +258,45 @@ TEST_F(PathsTest, Case_DisabledKeepsNameAsWritten) {
   SetCaseInsensitiveLookup(false);
   EXPECT_FALSE(CaseInsensitiveLookup());
   EXPECT_EQ(T("pkg/part.vgxxml"), Native("C:\\pkg\\part.vgxxml"));
+}
+
+// Sets a directory's modification time far in the past, so that a listing of it is kept.
+void AgeDirectory(const std::string& dir) {
+  const timespec past[2] = {{1000000000, 0}, {1000000000, 0}};
+  ASSERT_EQ(0, utimensat(AT_FDCWD, dir.c_str(), past, 0));
+}
+
+TEST_F(PathsTest, Case_FileCopiedInAfterListingIsFoundInAnotherCase) {
+  WriteFile(T("Out/Seed.x"), "1");
+  WriteFile(T("Src/Part.x"), "2");
+  AgeDirectory(T("Out"));
+  EXPECT_EQ(T("Out/missing.x"), Native("C:\\Out\\missing.x"));
+  ASSERT_EQ(0u, Env::Default()->CopyFile("C:\\Src\\Part.x", "C:\\Out\\Part.x", false));
+  EXPECT_EQ(T("Out/Part.x"), Native("C:\\Out\\PART.X"));
+}
+
+TEST_F(PathsTest, Case_FileSavedInAfterListingIsFoundInAnotherCase) {
+  WriteFile(T("Out/Seed.x"), "1");
+  AgeDirectory(T("Out"));
+  EXPECT_EQ(T("Out/doc.x"), Native("C:\\Out\\doc.x"));
+  ASSERT_EQ(0u, Env::Default()->WriteFileAtomic("C:\\Out\\Doc.x", "<a/>"));
+  EXPECT_EQ(T("Out/Doc.x"), Native("C:\\Out\\DOC.x"));
+}
+
+TEST_F(PathsTest, Case_FileAddedByAnotherProgramAfterListingIsFound) {
+  WriteFile(T("Out/Seed.x"), "1");
+  AgeDirectory(T("Out"));
+  EXPECT_EQ(T("Out/new.x"), Native("C:\\Out\\new.x"));
+  WriteFile(T("Out/NEW.x"), "2");
+  EXPECT_EQ(T("Out/NEW.x"), Native("C:\\Out\\new.x"));
+}
+
+TEST_F(PathsTest, Case_FileRemovedByAnotherProgramAfterListingIsNotFound) {
+  WriteFile(T("Out/Old.x"), "1");
+  AgeDirectory(T("Out"));
+  EXPECT_EQ(T("Out/Old.x"), Native("C:\\Out\\OLD.X"));
+  ASSERT_EQ(0, std::remove(T("Out/Old.x").c_str()));
+  EXPECT_EQ(T("Out/OLD.X"), Native("C:\\Out\\OLD.X"));
 }
 
 TEST(PathsEnvironment, Case_EnvironmentVariableDisablesFallback) {
