@@ -107,7 +107,8 @@ int main(int argc, char** argv) {
     int products = argc >= 4 ? std::atoi(argv[3]) : kProducts;
     bool ok = nomzub::LoadSyntheticPlanningData(argv[2], kProject, products) == S_OK &&
               nomzub::AddPlanningAccount(argv[2], "bench", "bench") == S_OK;
-    if (!ok) std::fprintf(stderr, "dump_bench: cannot create the synthetic project at %s\n", argv[2]);
+    if (!ok)
+      std::fprintf(stderr, "dump_bench: cannot create the synthetic project at %s\n", argv[2]);
     return ok ? 0 : 1;
   }
   // The stages log every document they handle; the measurement keeps those lines out.

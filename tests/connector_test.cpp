@@ -18,9 +18,7 @@ using nomtest::TempDir;
 
 constexpr char kError[] = "****** ERROR:\t ";
 
-std::vector<std::string> Errors(const std::string& text) {
-  return {std::string(kError) + text};
-}
+std::vector<std::string> Errors(const std::string& text) { return {std::string(kError) + text}; }
 
 class ConnectorTest : public ::testing::Test {
  protected:
@@ -141,10 +139,10 @@ TEST_F(ConnectorTest, Connector_Connect_EmptyFileHasNoSchema) {
   nomtest::WriteFile(dir_.Sub("empty.db"), "");
   std::string empty = "sqlite:" + dir_.Sub("empty.db");
   EXPECT_EQ(nomtest::ConnectPlanning(empty, "planner", "planner", "AssemblyLine", ""), E_FAIL);
-  EXPECT_EQ(log_.messages(2),
-            Errors("planning database " + empty +
-                   " holds no planning schema (create it with: nomsoi db init --server " + empty +
-                   ")"));
+  EXPECT_EQ(
+      log_.messages(2),
+      Errors("planning database " + empty +
+             " holds no planning schema (create it with: nomsoi db init --server " + empty + ")"));
   EXPECT_EQ(ReadFile(dir_.Sub("empty.db")), "");
 }
 
@@ -183,8 +181,8 @@ TEST_F(ConnectorTest, Connector_SetDataSource_PostgresMismatchRefused) {
   ASSERT_EQ(connector()->SetDataSource(NOMZUBConnector::NOMZUB_DS_POSTGRESQL), S_OK);
   ASSERT_EQ(connector()->SetLogin("planner", "planner"), S_OK);
   EXPECT_EQ(connector()->Connect(COINIT_APARTMENTTHREADED), E_FAIL);
-  EXPECT_EQ(log_.messages(2), Errors("the configured server '" + url_ +
-                                     "' does not match the selected data source"));
+  EXPECT_EQ(log_.messages(2),
+            Errors("the configured server '" + url_ + "' does not match the selected data source"));
 }
 
 TEST_F(ConnectorTest, Connector_SetProject_UnknownProjectRefused) {
@@ -210,8 +208,9 @@ TEST_F(ConnectorTest, Connector_SetProject_UnknownProductInStructureRefused) {
 }
 
 TEST_F(ConnectorTest, Connector_SetProject_IdentWithSeparatorRefused) {
-  ASSERT_EQ(nomzub::RunPlanningSql(url_, "UPDATE instances SET ident = 'Bolt/1' WHERE ident = "
-                                         "'Bolt.1'",
+  ASSERT_EQ(nomzub::RunPlanningSql(url_,
+                                   "UPDATE instances SET ident = 'Bolt/1' WHERE ident = "
+                                   "'Bolt.1'",
                                    nullptr),
             S_OK);
   EXPECT_EQ(Connect("planner"), E_FAIL);
@@ -233,8 +232,9 @@ TEST_F(ConnectorTest, Connector_SetProject_CyclicStructureRefused) {
 }
 
 TEST_F(ConnectorTest, Connector_SetProject_BadNumberRefused) {
-  ASSERT_EQ(nomzub::RunPlanningSql(url_, "UPDATE meshes SET positions = '0 0 x' WHERE oid = "
-                                         "'G-LEG'",
+  ASSERT_EQ(nomzub::RunPlanningSql(url_,
+                                   "UPDATE meshes SET positions = '0 0 x' WHERE oid = "
+                                   "'G-LEG'",
                                    nullptr),
             S_OK);
   EXPECT_EQ(Connect("planner"), E_FAIL);

@@ -35,10 +35,10 @@ using Strings = std::vector<std::string>;
 
 constexpr char kError[] = "****** ERROR:\t ";
 
-const Strings kProductOids = {
-    "C-HALL",    "MP-GEARBOX", "P-BOLT",    "P-CLAMP",   "P-CONVEYOR", "P-COVER",     "P-FIXTURE",
-    "P-FRAME",   "P-HOUSING",  "P-LEG",     "P-LINE",    "P-ROLLER",   "P-SCREW",     "P-SHAFT",
-    "P-STATION", "P-TABLE",    "P-TOP",     "R-HOIST",   "R-NUTRUNNER", "R-ROBOT"};
+const Strings kProductOids = {"C-HALL",  "MP-GEARBOX", "P-BOLT",  "P-CLAMP",     "P-CONVEYOR",
+                              "P-COVER", "P-FIXTURE",  "P-FRAME", "P-HOUSING",   "P-LEG",
+                              "P-LINE",  "P-ROLLER",   "P-SCREW", "P-SHAFT",     "P-STATION",
+                              "P-TABLE", "P-TOP",      "R-HOIST", "R-NUTRUNNER", "R-ROBOT"};
 
 // The files a product cache holds for those products, sorted.
 Strings CacheFiles(const Strings& oids) {
@@ -60,7 +60,8 @@ pugi::xml_document Parse(const std::string& path) {
 // One attribute of every element child of node named name, in order.
 Strings ChildAttributes(const pugi::xml_node& node, const char* name, const char* attribute) {
   Strings values;
-  for (pugi::xml_node child : node.children(name)) values.push_back(child.attribute(attribute).value());
+  for (pugi::xml_node child : node.children(name))
+    values.push_back(child.attribute(attribute).value());
   return values;
 }
 
@@ -207,14 +208,12 @@ TEST_F(GeneratorTest, Generator_Generate_MainDocumentHasTheFourLists) {
   EXPECT_STREQ(main.document_element().name(), "VgxDocument");
   EXPECT_EQ(ChildAttributes(main.document_element(), "CLitAssyGroup", "Ident"),
             (Strings{"ProductList", "ResourceList", "ManufProd", "PlanningContext"}));
-  EXPECT_EQ(ChildAttributes(List(main, "ProductList"), "CLitAssyGroup", "Ident"),
-            Strings{"Line"});
+  EXPECT_EQ(ChildAttributes(List(main, "ProductList"), "CLitAssyGroup", "Ident"), Strings{"Line"});
   EXPECT_EQ(ChildAttributes(List(main, "ResourceList"), "CLitAssyGroup", "Ident"),
             (Strings{"Robot", "Nutrunner", "Hoist"}));
   EXPECT_EQ(ChildAttributes(List(main, "ResourceList"), "CLitAssyGroup", "OID"),
             (Strings{"R-ROBOT", "R-NUTRUNNER", "R-HOIST"}));
-  EXPECT_EQ(ChildAttributes(List(main, "ManufProd"), "CLitAssyGroup", "Name"),
-            Strings{"Gearbox"});
+  EXPECT_EQ(ChildAttributes(List(main, "ManufProd"), "CLitAssyGroup", "Name"), Strings{"Gearbox"});
   EXPECT_EQ(ChildAttributes(List(main, "PlanningContext"), "CLitAssyGroup", "OID"),
             Strings{"C-HALL"});
   EXPECT_EQ(ChildAttributes(List(main, "ResourceList"), "CLitAssyGroup", "Placement")[0],
@@ -260,8 +259,8 @@ TEST_F(GeneratorTest, Generator_Generate_ProductDocumentListsItsStructure) {
             (Strings{"Bolt.1", "Bolt.2", "Bolt.3", "Bolt.4", "Clamp.1", "Clamp.2"}));
   EXPECT_EQ(ChildAttributes(root, "CLitAssyGroup", "OID"),
             (Strings{"P-BOLT", "P-BOLT", "P-BOLT", "P-BOLT", "P-CLAMP", "P-CLAMP"}));
-  EXPECT_TRUE(ChildAttributes(Parse(Doc("P-BOLT")).document_element(), "CLitAssyGroup", "Ident")
-                  .empty());
+  EXPECT_TRUE(
+      ChildAttributes(Parse(Doc("P-BOLT")).document_element(), "CLitAssyGroup", "Ident").empty());
 }
 
 TEST_F(GeneratorTest, Generator_Generate_EveryReferenceLeadsToItsProductDocument) {
@@ -342,10 +341,10 @@ TEST_F(GeneratorTest, Generator_Option_DefaultMixesEveryFormAndSeparator) {
   std::set<std::string> forms;
   bool slash = false, backslash = false;
   for (const std::string& ref : AllReferences()) {
-    forms.insert(ref.size() > 1 && ref[1] == ':'     ? "drive"
-                 : ref.rfind("..", 0) == 0           ? "climb"
-                 : ref.rfind(".", 0) == 0            ? "dot"
-                                                     : "relative");
+    forms.insert(ref.size() > 1 && ref[1] == ':' ? "drive"
+                 : ref.rfind("..", 0) == 0       ? "climb"
+                 : ref.rfind(".", 0) == 0        ? "dot"
+                                                 : "relative");
     slash = slash || Contains(ref, "/");
     backslash = backslash || Contains(ref, "\\");
   }
@@ -420,8 +419,7 @@ TEST_F(GeneratorTest, Generator_Filter_NotAndParentheses) {
   pugi::xml_document main = Parse(Main());
   EXPECT_EQ(ChildAttributes(List(main, "ResourceList"), "CLitAssyGroup", "Ident"),
             (Strings{"Robot", "Hoist"}));
-  EXPECT_EQ(ChildAttributes(List(main, "ManufProd"), "CLitAssyGroup", "Ident"),
-            Strings{"Gearbox"});
+  EXPECT_EQ(ChildAttributes(List(main, "ManufProd"), "CLitAssyGroup", "Ident"), Strings{"Gearbox"});
 }
 
 TEST_F(GeneratorTest, Generator_IdentCache_EveryOccurrenceOfEveryObject) {
@@ -485,10 +483,10 @@ TEST_F(GeneratorTest, Generator_Generate_RegistersPackageAndObjects) {
   NOMIZUBObject* object = nullptr;
   ASSERT_EQ(NOMZUBObjectFactory::Instance()->GetObject("P-SHAFT", &object), S_OK);
   EXPECT_EQ(object->GetName(), "Drive shaft");
-  EXPECT_EQ(log_.messages(2),
-            Strings{"Info:\t generated package " + ZPath(soi_) +
-                    "\\SOI.vgxXml with 20 product documents and their geometry in " +
-                    ZPath(cache_)});
+  EXPECT_EQ(
+      log_.messages(2),
+      Strings{"Info:\t generated package " + ZPath(soi_) +
+              "\\SOI.vgxXml with 20 product documents and their geometry in " + ZPath(cache_)});
 }
 
 TEST_F(GeneratorTest, Generator_Generate_OtherPackageName) {
@@ -606,9 +604,9 @@ TEST_F(GeneratorTest, Generator_States_WrittenIntoOperations) {
   pugi::xml_document main = Parse(Main());
   pugi::xml_node process = main.document_element().child("Process");
   pugi::xml_node op10 = process.find_child_by_attribute("Operation", "OID", "OP-010");
-  EXPECT_EQ(ChildAttributes(op10, "State", "Target"),
-            (Strings{"ManufProd/Gearbox/Housing", "ManufProd/Gearbox/Shaft",
-                     "ManufProd/Gearbox/Cover"}));
+  EXPECT_EQ(
+      ChildAttributes(op10, "State", "Target"),
+      (Strings{"ManufProd/Gearbox/Housing", "ManufProd/Gearbox/Shaft", "ManufProd/Gearbox/Cover"}));
   EXPECT_EQ(ChildAttributes(op10, "State", "Visible"), (Strings{"true", "false", "false"}));
   pugi::xml_node op40 = process.find_child_by_attribute("Operation", "OID", "OP-040");
   EXPECT_EQ(ChildAttributes(op40, "State", "Target").size(), 6u);
@@ -638,8 +636,9 @@ TEST_F(GeneratorTest, Generator_States_NotConnectedRefused) {
   log_.clear();
   NOMZUBApply3DStatesCmd command;
   EXPECT_EQ(command.ApplyStates(), E_FAIL);
-  EXPECT_EQ(log_.messages(2), Strings{std::string(kError) +
-                                      "cannot apply 3D states: not connected to a planning server"});
+  EXPECT_EQ(
+      log_.messages(2),
+      Strings{std::string(kError) + "cannot apply 3D states: not connected to a planning server"});
 }
 
 TEST_F(GeneratorTest, Generator_States_NothingToApplyLeavesDocument) {
@@ -700,10 +699,10 @@ TEST_F(GeneratorTest, Generator_Positions_SecondApplyReplacesTheFirst) {
   ASSERT_EQ(command.ApplySimPositionBlobs(), S_OK);
   pugi::xml_document main = Parse(Main());
   EXPECT_EQ(ChildAttributes(main.document_element(), "SimulationPositions", "").size(), 1u);
-  EXPECT_EQ(ChildAttributes(main.document_element().child("SimulationPositions"), "Position",
-                            "Target")
-                .size(),
-            6u);
+  EXPECT_EQ(
+      ChildAttributes(main.document_element().child("SimulationPositions"), "Position", "Target")
+          .size(),
+      6u);
 }
 
 TEST_F(GeneratorTest, Generator_Positions_OnlyObjectsOfThePackage) {
@@ -711,10 +710,10 @@ TEST_F(GeneratorTest, Generator_Positions_OnlyObjectsOfThePackage) {
   NOMZUBApplySimPositionBlobCmd command;
   ASSERT_EQ(command.ApplySimPositionBlobs(), S_OK);
   pugi::xml_document main = Parse(Main());
-  EXPECT_EQ(ChildAttributes(main.document_element().child("SimulationPositions"), "Position",
-                            "Target")
-                .size(),
-            5u);
+  EXPECT_EQ(
+      ChildAttributes(main.document_element().child("SimulationPositions"), "Position", "Target")
+          .size(),
+      5u);
 }
 
 TEST_F(GeneratorTest, Generator_Positions_NothingToApplyLeavesDocument) {
@@ -735,9 +734,9 @@ TEST_F(GeneratorTest, Generator_Positions_NoPackageRefused) {
   ASSERT_EQ(Connect(), S_OK);
   NOMZUBApplySimPositionBlobCmd command;
   EXPECT_EQ(command.ApplySimPositionBlobs(), E_FAIL);
-  EXPECT_EQ(log_.messages(2), Strings{std::string(kError) +
-                                      "cannot apply simulation positions: no package has been "
-                                      "generated"});
+  EXPECT_EQ(log_.messages(2),
+            Strings{std::string(kError) + "cannot apply simulation positions: no package has been "
+                                          "generated"});
 }
 
 TEST_F(GeneratorTest, Generator_Backend_FakeReplacesAndNullRestores) {
@@ -772,8 +771,8 @@ TEST_F(GeneratorTest, Generator_Mapping_EveryOidWithItsIdentPaths) {
             std::make_pair(std::string("Work station"),
                            std::string("ProductList/Line/Station1#ProductList/Line/Station2#"
                                        "ProductList/Line/Station3#")));
-  EXPECT_EQ(entities["R-HOIST"], std::make_pair(std::string("Hoist"),
-                                                std::string("ResourceList/Hoist#")));
+  EXPECT_EQ(entities["R-HOIST"],
+            std::make_pair(std::string("Hoist"), std::string("ResourceList/Hoist#")));
   EXPECT_EQ(entities["OP-020"],
             std::make_pair(std::string("Insert shaft"), std::string("Process/Op020")));
   pugi::xml_node op20 = mapping.select_node("//Entity[OID='OP-020']").node();

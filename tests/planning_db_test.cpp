@@ -70,10 +70,10 @@ TEST_F(PlanningDbTest, PlanningDb_Init_NewerVersionRefusedUntouched) {
   std::string before = ReadFile(dir_.Sub("plan.db"));
   log_.clear();
   EXPECT_EQ(nomzub::InitPlanningDatabase(Url()), E_FAIL);
-  EXPECT_EQ(log_.messages(2), std::vector<std::string>{std::string(kError) +
-                                                       "planning database " + Url() +
-                                                       " refused: its schema version 99 is "
-                                                       "newer than this build's 2"});
+  EXPECT_EQ(log_.messages(2),
+            std::vector<std::string>{std::string(kError) + "planning database " + Url() +
+                                     " refused: its schema version 99 is "
+                                     "newer than this build's 2"});
   EXPECT_EQ(ReadFile(dir_.Sub("plan.db")), before);
 }
 
@@ -93,9 +93,8 @@ TEST_F(PlanningDbTest, PlanningDb_Init_CorruptFileRefusedUntouched) {
   std::string garbage(4096, '\x5a');
   nomtest::WriteFile(dir_.Sub("plan.db"), garbage);
   EXPECT_EQ(nomzub::InitPlanningDatabase(Url()), E_FAIL);
-  EXPECT_EQ(log_.messages(2), std::vector<std::string>{std::string(kError) +
-                                                       "planning database " + Url() +
-                                                       " refused: file is not a database"});
+  EXPECT_EQ(log_.messages(2), std::vector<std::string>{std::string(kError) + "planning database " +
+                                                       Url() + " refused: file is not a database"});
   EXPECT_EQ(ReadFile(dir_.Sub("plan.db")), garbage);
   EXPECT_EQ(nomtest::ListDir(dir_.path()), std::vector<std::string>{"plan.db"});
 }
@@ -115,8 +114,8 @@ TEST_F(PlanningDbTest, PlanningDb_Init_MissingDirectoryFails) {
   std::string url = "sqlite:" + dir_.Sub("no/such/dir/plan.db");
   EXPECT_EQ(nomzub::InitPlanningDatabase(url), E_FAIL);
   EXPECT_EQ(log_.messages(2),
-            std::vector<std::string>{std::string(kError) + "cannot open planning database " +
-                                     url + ": unable to open database file"});
+            std::vector<std::string>{std::string(kError) + "cannot open planning database " + url +
+                                     ": unable to open database file"});
 }
 
 TEST_F(PlanningDbTest, PlanningDb_Init_UnsupportedUrlFails) {
@@ -205,10 +204,10 @@ TEST_F(PlanningDbTest, PlanningDb_Account_StoresSaltedHash) {
   ASSERT_EQ(nomzub::AddPlanningAccount(Url(), "alice", "wonder"), S_OK);
   ASSERT_EQ(nomzub::AddPlanningAccount(Url(), "bob", "wonder"), S_OK);
   Rows rows;
-  ASSERT_EQ(nomzub::RunPlanningSql(
-                Url(), "SELECT salt, iterations, password_hash FROM accounts ORDER BY login",
-                &rows),
-            S_OK);
+  ASSERT_EQ(
+      nomzub::RunPlanningSql(
+          Url(), "SELECT salt, iterations, password_hash FROM accounts ORDER BY login", &rows),
+      S_OK);
   ASSERT_EQ(rows.size(), 2u);
   for (const auto& row : rows) {
     EXPECT_EQ(row[0].size(), 32u);

@@ -144,10 +144,9 @@ TEST_F(PostgresTest, Postgres_Connect_WrongPasswordRefusedByServer) {
   EXPECT_EQ(Connect("wrong"), E_FAIL);
   ASSERT_EQ(log_.messages(2).size(), 1u);
   std::string line = log_.messages(2)[0];
-  EXPECT_EQ(line.rfind(std::string(kError) + "cannot connect to planning server " + LoginUrl() +
-                           ": ",
-                       0),
-            0u)
+  EXPECT_EQ(
+      line.rfind(std::string(kError) + "cannot connect to planning server " + LoginUrl() + ": ", 0),
+      0u)
       << line;
   EXPECT_NE(line.find("password authentication failed for user \"postgres\""), std::string::npos)
       << line;
@@ -156,8 +155,7 @@ TEST_F(PostgresTest, Postgres_Connect_WrongPasswordRefusedByServer) {
 
 TEST_F(PostgresTest, Postgres_Connect_UnknownUserRefusedByServer) {
   ASSERT_EQ(nomzub::LoadSamplePlanningData(AdminUrl()), S_OK);
-  EXPECT_EQ(nomtest::ConnectPlanning(LoginUrl(), "planner", "planner", "AssemblyLine", ""),
-            E_FAIL);
+  EXPECT_EQ(nomtest::ConnectPlanning(LoginUrl(), "planner", "planner", "AssemblyLine", ""), E_FAIL);
   ASSERT_EQ(log_.messages(2).size(), 1u);
   EXPECT_NE(log_.messages(2)[0].find("password authentication failed for user \"planner\""),
             std::string::npos)
@@ -187,8 +185,9 @@ TEST_F(PostgresTest, Postgres_Connect_NewerSchemaRefused) {
 TEST_F(PostgresTest, Postgres_SetProject_UnknownProjectRefused) {
   ASSERT_EQ(nomzub::LoadSamplePlanningData(AdminUrl()), S_OK);
   EXPECT_EQ(Connect(PgServer::kPassword, "Nope"), E_FAIL);
-  EXPECT_EQ(log_.messages(2), Strings{std::string(kError) + "unknown project 'Nope' on planning "
-                                                            "server " +
+  EXPECT_EQ(log_.messages(2), Strings{std::string(kError) +
+                                      "unknown project 'Nope' on planning "
+                                      "server " +
                                       LoginUrl()});
 }
 
@@ -243,9 +242,9 @@ TEST_F(PostgresTest, Postgres_States_AppliedToPackage) {
   pugi::xml_document main;
   ASSERT_TRUE(main.load_file(dir_.Sub("soi/SOI.vgxXml").c_str()));
   EXPECT_EQ(main.select_nodes("//Operation/State").size(), 11u);
-  EXPECT_STREQ(main.select_node("//Operation[@OID='OP-020']/State").node().attribute("Target")
-                   .value(),
-               "ManufProd/Gearbox/Shaft");
+  EXPECT_STREQ(
+      main.select_node("//Operation[@OID='OP-020']/State").node().attribute("Target").value(),
+      "ManufProd/Gearbox/Shaft");
 }
 
 TEST_F(PostgresTest, Postgres_Positions_AppliedToPackage) {

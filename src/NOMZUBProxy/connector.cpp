@@ -1,7 +1,5 @@
 // NOMZUBConnector: the connection to the planning database, the login, the selected project and
 // the filter.
-#include "services/NOMZUBConnector.h"
-
 #include <memory>
 
 #include "NOMZUBProxy/planning_db.h"
@@ -9,6 +7,7 @@
 #include "NOMZUBProxy/session.h"
 #include "NOMZUBProxy/sha256.h"
 #include "platform/env.h"
+#include "services/NOMZUBConnector.h"
 #include "services/NOMZUBLog.h"
 #include "services/NOMZUBObjectFactory.h"
 
@@ -51,14 +50,12 @@ HRESULT Fail(const std::string& cause) {
   return E_FAIL;
 }
 
-bool IsSqliteUrl(const std::string& url) { return url.rfind("sqlite:", 0) == 0; }
-
 // Checks the login against the accounts table: PBKDF2-HMAC-SHA-256 of the password with the
 // account's salt and iteration count must equal the stored hash.
 bool Authenticate(PlanningDb& db, const DbCredentials& login, std::string* error) {
   Rows rows;
-  if (!db.Run("SELECT salt, iterations, password_hash FROM accounts WHERE login = ?",
-              {login.login}, &rows)) {
+  if (!db.Run("SELECT salt, iterations, password_hash FROM accounts WHERE login = ?", {login.login},
+              &rows)) {
     *error = "cannot read the accounts: " + db.error();
     return false;
   }
@@ -69,8 +66,7 @@ bool Authenticate(PlanningDb& db, const DbCredentials& login, std::string* error
   }
   bool match = false;
   if (!rows.empty() && iterations > 0 && iterations <= 10000000) {
-    std::string hash =
-        ToHex(Pbkdf2HmacSha256(login.password, rows[0][0], iterations, 32));
+    std::string hash = ToHex(Pbkdf2HmacSha256(login.password, rows[0][0], iterations, 32));
     const std::string& stored = rows[0][2];
     unsigned char diff = hash.size() == stored.size() ? 0 : 1;
     for (size_t i = 0; i < hash.size() && i < stored.size(); ++i) diff |= hash[i] ^ stored[i];
@@ -79,15 +75,6 @@ bool Authenticate(PlanningDb& db, const DbCredentials& login, std::string* error
   if (!match) *error = "login refused for '" + login.login + "': unknown login or wrong password";
   return match;
 }
-
-}  // namespace
-
-void RegisterProjectObjects(const Project& project) {
-  for (const auto& [oid, product] : project.products) nomzub::RegisterObject(oid, product.name);
-  for (const Operation& op : project.operations) nomzub::RegisterObject(op.oid, op.name);
-}
-
-namespace {
 
 // Loads the selected project into the session and registers its objects.
 bool LoadSelected(Session& s, std::string* error) {
@@ -99,6 +86,11 @@ bool LoadSelected(Session& s, std::string* error) {
 }
 
 }  // namespace
+
+void RegisterProjectObjects(const Project& project) {
+  for (const auto& [oid, product] : project.products) nomzub::RegisterObject(oid, product.name);
+  for (const Operation& op : project.operations) nomzub::RegisterObject(op.oid, op.name);
+}
 
 const Project* LoadedProject(std::string* why) {
   Session& s = TheSession();
@@ -167,8 +159,8 @@ HRESULT NOMZUBConnector::Connect(tagCOINIT) {
     return Fail("the configured server '" + shown + "' does not match the selected data source");
   }
   std::string error;
-  auto db = nomzub::proxy::OpenPlanningDb(url, nomzub::proxy::DbAccess::kReadOnly,
-                                          &s.credentials, &error);
+  auto db = nomzub::proxy::OpenPlanningDb(url, nomzub::proxy::DbAccess::kReadOnly, &s.credentials,
+                                          &error);
   if (!db || !nomzub::proxy::CheckSchemaVersion(*db, shown, &error) ||
       (sqlite && !nomzub::proxy::Authenticate(*db, s.credentials, &error))) {
     return Fail(error);

@@ -29,10 +29,9 @@ std::string Lower(std::string s) {
 bool Glob(const std::string& pattern, const std::string& text) {
   size_t p = 0, t = 0, star = std::string::npos, resume = 0;
   while (t < text.size()) {
-    if (p < pattern.size() && (pattern[p] == '?' || std::tolower(static_cast<unsigned char>(
-                                                         pattern[p])) ==
-                                                         std::tolower(static_cast<unsigned char>(
-                                                             text[t])))) {
+    if (p < pattern.size() &&
+        (pattern[p] == '?' || std::tolower(static_cast<unsigned char>(pattern[p])) ==
+                                  std::tolower(static_cast<unsigned char>(text[t])))) {
       ++p;
       ++t;
     } else if (p < pattern.size() && pattern[p] == '*') {
@@ -165,8 +164,8 @@ class Parser {
 
   NodePtr Expected(const std::string& what) {
     std::string found = pos_ < text_.size() ? "'" + text_.substr(pos_, 1) + "'" : "the end";
-    error_ = "filter syntax error at position " + std::to_string(pos_ + 1) + ": expected " +
-             what + ", found " + found;
+    error_ = "filter syntax error at position " + std::to_string(pos_ + 1) + ": expected " + what +
+             ", found " + found;
     return nullptr;
   }
 

@@ -1,12 +1,11 @@
 // NOMZUBVGXGenerator and the two positioning commands, forwarding to the generator backend: the
 // real one over the connected project unless a test installed another.
-#include "services/NOMZUBVGXGenerator.h"
-
 #include "NOMZUBProxy/package_writer.h"
 #include "NOMZUBProxy/positioning.h"
 #include "NOMZUBProxy/session.h"
 #include "services/NOMZUBLog.h"
 #include "services/NOMZUBVGXGen.h"
+#include "services/NOMZUBVGXGenerator.h"
 #include "services/NOMZUBVGXIdentCache.h"
 
 namespace {
@@ -49,8 +48,7 @@ NOMZUBVGXGenerator::~NOMZUBVGXGenerator() = default;
 
 HRESULT NOMZUBVGXGenerator::GenerateVGXPackage(const std::string& input,
                                                const std::string& soiDirectory,
-                                               const std::string& name,
-                                               const std::string& option) {
+                                               const std::string& name, const std::string& option) {
   return g_backend->GenerateVGXPackage(input, soiDirectory, name, option);
 }
 

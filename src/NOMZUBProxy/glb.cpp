@@ -52,8 +52,7 @@ void AppendChunk(std::string& out, uint32_t type, std::string data, char pad) {
   out += data;
 }
 
-}  // namespace
-
+// name as the text of a JSON string, quotes included.
 std::string JsonString(const std::string& name) {
   std::string out = "\"";
   for (unsigned char c : name) {
@@ -71,11 +70,14 @@ std::string JsonString(const std::string& name) {
   return out + "\"";
 }
 
+}  // namespace
+
 std::string BuildGlb(const std::string& name, const Mesh* mesh) {
   bool has_mesh = mesh != nullptr && !mesh->positions.empty();
-  std::string json = "{\"asset\":{\"version\":\"2.0\",\"generator\":\"NOMZUBProxy\"},"
-                     "\"scene\":0,\"scenes\":[{\"nodes\":[0]}],\"nodes\":[{\"name\":" +
-                     JsonString(name) + (has_mesh ? ",\"mesh\":0}]" : "}]");
+  std::string json =
+      "{\"asset\":{\"version\":\"2.0\",\"generator\":\"NOMZUBProxy\"},"
+      "\"scene\":0,\"scenes\":[{\"nodes\":[0]}],\"nodes\":[{\"name\":" +
+      JsonString(name) + (has_mesh ? ",\"mesh\":0}]" : "}]");
   std::string bin;
   if (has_mesh) {
     for (float f : mesh->positions) AppendFloat(bin, f);
@@ -95,8 +97,8 @@ std::string BuildGlb(const std::string& name, const Mesh* mesh) {
     }
     json += "],\"accessors\":[{\"bufferView\":0,\"componentType\":" + std::to_string(kFloat) +
             ",\"count\":" + std::to_string(mesh->positions.size() / 3) +
-            ",\"type\":\"VEC3\",\"min\":" + Bound(*mesh, false) + ",\"max\":" +
-            Bound(*mesh, true) + "}";
+            ",\"type\":\"VEC3\",\"min\":" + Bound(*mesh, false) + ",\"max\":" + Bound(*mesh, true) +
+            "}";
     if (indexed) {
       json += ",{\"bufferView\":1,\"componentType\":" + std::to_string(kUnsignedInt) +
               ",\"count\":" + std::to_string(mesh->indices.size()) + ",\"type\":\"SCALAR\"}";

@@ -13,9 +13,6 @@ namespace nomzub::proxy {
 // or has no vertex.
 std::string BuildGlb(const std::string& name, const Mesh* mesh);
 
-// name as the text of a JSON string, quotes included.
-std::string JsonString(const std::string& name);
-
 }  // namespace nomzub::proxy
 
 #endif  // NOM_NOMZUBPROXY_GLB_H_

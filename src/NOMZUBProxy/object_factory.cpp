@@ -1,9 +1,9 @@
 // NOMZUBObjectFactory: the named objects of the connected project, by OID. The factory owns them;
 // a pointer it hands out stays valid until ClearObjects.
-#include "services/NOMZUBObjectFactory.h"
-
 #include <map>
 #include <memory>
+
+#include "services/NOMZUBObjectFactory.h"
 
 namespace {
 

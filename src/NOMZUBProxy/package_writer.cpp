@@ -3,6 +3,7 @@
 #include "NOMZUBProxy/package_writer.h"
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <cmath>
 #include <filesystem>
@@ -101,14 +102,29 @@ std::string Escape(const std::string& text) {
   out.reserve(text.size());
   for (char c : text) {
     switch (c) {
-      case '&': out += "&amp;"; break;
-      case '<': out += "&lt;"; break;
-      case '>': out += "&gt;"; break;
-      case '"': out += "&quot;"; break;
-      case '\t': out += "&#9;"; break;
-      case '\n': out += "&#10;"; break;
-      case '\r': out += "&#13;"; break;
-      default: out += c;
+      case '&':
+        out += "&amp;";
+        break;
+      case '<':
+        out += "&lt;";
+        break;
+      case '>':
+        out += "&gt;";
+        break;
+      case '"':
+        out += "&quot;";
+        break;
+      case '\t':
+        out += "&#9;";
+        break;
+      case '\n':
+        out += "&#10;";
+        break;
+      case '\r':
+        out += "&#13;";
+        break;
+      default:
+        out += c;
     }
   }
   return out;
@@ -133,14 +149,19 @@ std::string Backslashed(std::string path) {
   return path;
 }
 
+// The module path ("Z:\...") of an absolute native path, through the default Z: drive.
+std::string ModulePathOf(const std::string& nativeAbsolute) {
+  return "Z:" + Backslashed(nativeAbsolute);
+}
+
 // The absolute, normalised native directory of a module path.
 bool NativeDirectory(const std::string& modulePath, fs::path* dir, std::string* error) {
   std::string native;
   DWORD code = 0;
   std::error_code ec;
   if (modulePath.empty() || !nomplat::ToNativePath(modulePath, &native, &code)) {
-    return Fail(error, "cannot use directory '" + modulePath + "' (error " +
-                           std::to_string(code) + ")");
+    return Fail(error,
+                "cannot use directory '" + modulePath + "' (error " + std::to_string(code) + ")");
   }
   fs::path p = fs::absolute(native, ec).lexically_normal();
   if (ec) return Fail(error, "cannot use directory '" + modulePath + "': " + ec.message());
@@ -190,7 +211,8 @@ class PackageWriter {
       std::vector<const Instance*>& in_list = entries[list];
       for (const Instance& root : project_.roots) {
         const Product& product = project_.products.at(root.product);
-        if (ListIdentOfKind(product.kind) == list && PassesFilter(project_, filter, root)) {
+        if (list == std::string(ListIdentOfKind(product.kind)) &&
+            PassesFilter(project_, filter, root)) {
           in_list.push_back(&root);
           Visit(root.product, std::string(list) + "/" + root.ident);
         }
@@ -199,18 +221,18 @@ class PackageWriter {
     nomplat::Env* env = nomplat::CurrentEnv();
     for (const fs::path* dir : {&soi_, &cache_}) {
       if (DWORD code = env->CreateDirectories(ModulePathOf(dir->string()))) {
-        return Fail(error, "cannot create directory " + ModulePathOf(dir->string()) +
-                               " (error " + std::to_string(code) + ")");
+        return Fail(error, "cannot create directory " + ModulePathOf(dir->string()) + " (error " +
+                               std::to_string(code) + ")");
       }
     }
     for (const std::string& oid : documents_) {
       const Product& product = project_.products.at(oid);
       auto mesh = project_.meshes.find(product.mesh);
       if (!WriteFile(cache_ / (oid + ".vgxXml"), ProductDocument(product), error) ||
-          !WriteFile(cache_ / (oid + ".vgxGeom"),
-                     BuildGlb(product.name,
-                              mesh == project_.meshes.end() ? nullptr : &mesh->second),
-                     error)) {
+          !WriteFile(
+              cache_ / (oid + ".vgxGeom"),
+              BuildGlb(product.name, mesh == project_.meshes.end() ? nullptr : &mesh->second),
+              error)) {
         return false;
       }
     }
@@ -335,8 +357,7 @@ class PackageWriter {
     return xml + "</VgxView>\n";
   }
 
-  static bool WriteFile(const fs::path& native, const std::string& contents,
-                        std::string* error) {
+  static bool WriteFile(const fs::path& native, const std::string& contents, std::string* error) {
     std::string path = ModulePathOf(native.string());
     if (DWORD code = nomplat::CurrentEnv()->WriteFileAtomic(path, contents)) {
       return Fail(error, "cannot write " + path + " (error " + std::to_string(code) + ")");
@@ -362,10 +383,6 @@ std::string PlacementText(const Placement& p) {
          Number(p.x) + " " + Number(p.y) + " " + Number(p.z);
 }
 
-std::string ModulePathOf(const std::string& nativeAbsolute) {
-  return "Z:" + Backslashed(nativeAbsolute);
-}
-
 HRESULT GeneratePackage(const Project& project, const Filter& filter, const std::string& input,
                         const std::string& soiDirectory, const std::string& name,
                         const std::string& option) {
@@ -384,8 +401,8 @@ HRESULT GeneratePackage(const Project& project, const Filter& filter, const std:
   }
   PackageWriter writer(project, style, soi, cache);
   if (!ok || !writer.Write(name, lists, filter, &error)) {
-    nomzub::LogServiceError("cannot generate package '" + name + "' of project '" +
-                            project.name + "': " + error);
+    nomzub::LogServiceError("cannot generate package '" + name + "' of project '" + project.name +
+                            "': " + error);
     return E_FAIL;
   }
   writer.Publish();

@@ -24,9 +24,6 @@ HRESULT GeneratePackage(const Project& project, const Filter& filter, const std:
 // A 12-number placement matrix text: the rotation rows, then the translation.
 std::string PlacementText(const Placement& placement);
 
-// The module path ("Z:\...") of an absolute native path, through the default Z: drive.
-std::string ModulePathOf(const std::string& nativeAbsolute);
-
 }  // namespace nomzub::proxy
 
 #endif  // NOM_NOMZUBPROXY_PACKAGE_WRITER_H_

@@ -56,8 +56,8 @@ HRESULT MigratePlanningDatabase(const std::string& url, int version) {
 
 HRESULT LoadSamplePlanningData(const std::string& url) {
   return WithSchema(url, proxy::kSchemaVersion, [](PlanningDb& db, std::string* error) {
-    return proxy::StoreProject(db, proxy::BuildSampleProject(),
-                               "Sample: a gearbox assembly line", error) &&
+    return proxy::StoreProject(db, proxy::BuildSampleProject(), "Sample: a gearbox assembly line",
+                               error) &&
            proxy::StoreAccount(db, kSampleLogin, kSamplePassword, error);
   });
 }
@@ -69,8 +69,7 @@ HRESULT LoadSyntheticPlanningData(const std::string& url, const std::string& pro
   }
   return WithSchema(url, proxy::kSchemaVersion, [&](PlanningDb& db, std::string* error) {
     return proxy::StoreProject(db, proxy::BuildSyntheticProject(project, productCount),
-                               "Synthetic: " + std::to_string(productCount) + " products",
-                               error);
+                               "Synthetic: " + std::to_string(productCount) + " products", error);
   });
 }
 

@@ -65,8 +65,7 @@ class SqliteDb : public PlanningDb {
 
   bool HasTable(const std::string& name) override {
     Rows rows;
-    return Run("SELECT name FROM sqlite_master WHERE type = 'table' AND name = ?", {name},
-               &rows) &&
+    return Run("SELECT name FROM sqlite_master WHERE type = 'table' AND name = ?", {name}, &rows) &&
            !rows.empty();
   }
 
@@ -125,7 +124,8 @@ class PostgresDb : public PlanningDb {
     if (ok && rows != nullptr) {
       for (int r = 0, n = PQntuples(result); r < n; ++r) {
         std::vector<std::string>& row = rows->emplace_back();
-        for (int c = 0, m = PQnfields(result); c < m; ++c) row.emplace_back(PQgetvalue(result, r, c));
+        for (int c = 0, m = PQnfields(result); c < m; ++c)
+          row.emplace_back(PQgetvalue(result, r, c));
       }
     }
     PQclear(result);
@@ -189,8 +189,8 @@ std::unique_ptr<PlanningDb> OpenSqlite(const std::string& url, DbAccess access,
                                             : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
   sqlite3* db = nullptr;
   if (sqlite3_open_v2(native.c_str(), &db, flags, nullptr) != SQLITE_OK) {
-    *error = "cannot open planning database " + url + ": " +
-             (db ? sqlite3_errmsg(db) : "out of memory");
+    *error =
+        "cannot open planning database " + url + ": " + (db ? sqlite3_errmsg(db) : "out of memory");
     sqlite3_close(db);
     return nullptr;
   }
@@ -227,18 +227,20 @@ std::unique_ptr<PlanningDb> OpenPostgres(const std::string& url, DbAccess access
 }  // namespace
 
 std::unique_ptr<PlanningDb> OpenPlanningDb(const std::string& url, DbAccess access,
-                                           const DbCredentials* credentials,
-                                           std::string* error) {
-  if (StartsWith(url, kSqlitePrefix)) return OpenSqlite(url, access, error);
+                                           const DbCredentials* credentials, std::string* error) {
+  if (IsSqliteUrl(url)) return OpenSqlite(url, access, error);
   if (StartsWith(url, "postgresql://") || StartsWith(url, "postgres://")) {
     return OpenPostgres(url, access, credentials, error);
   }
-  *error = url.empty() ? std::string("no planning server configured: set NOMZUB_SERVER or pass "
-                                     "--server (sqlite:PATH or postgresql://...)")
+  *error = url.empty() ? std::string(
+                             "no planning server configured: set NOMZUB_SERVER or pass "
+                             "--server (sqlite:PATH or postgresql://...)")
                        : "unsupported planning server URL '" + RedactUrl(url) +
                              "': expected sqlite:PATH or postgresql://...";
   return nullptr;
 }
+
+bool IsSqliteUrl(const std::string& url) { return StartsWith(url, kSqlitePrefix); }
 
 std::string RedactUrl(const std::string& url) {
   std::string out = url;

@@ -18,8 +18,7 @@ class PlanningDb {
   virtual ~PlanningDb() = default;
   // Runs one statement, binding params to its "?" placeholders in order; the rows it returns are
   // stored in *rows when rows is not null. False on failure, with the engine's message in error().
-  virtual bool Run(const std::string& sql, const std::vector<std::string>& params,
-                   Rows* rows) = 0;
+  virtual bool Run(const std::string& sql, const std::vector<std::string>& params, Rows* rows) = 0;
   // Runs several statements separated by ";" and no parameters. False on failure (error()).
   virtual bool RunScript(const std::string& sql) = 0;
   // Whether the database has a table of that name (false also on failure: see error()).
@@ -48,8 +47,10 @@ enum class DbAccess {
 // password (PostgreSQL authenticates them; SQLite ignores them). Returns null and sets *error to
 // a sentence naming the database (password hidden) and the cause.
 std::unique_ptr<PlanningDb> OpenPlanningDb(const std::string& url, DbAccess access,
-                                           const DbCredentials* credentials,
-                                           std::string* error);
+                                           const DbCredentials* credentials, std::string* error);
+
+// Whether url names an SQLite database ("sqlite:PATH").
+bool IsSqliteUrl(const std::string& url);
 
 // The url with any password replaced by "***", for messages.
 std::string RedactUrl(const std::string& url);

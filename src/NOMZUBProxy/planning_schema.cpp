@@ -84,9 +84,8 @@ bool CheckSchemaVersion(PlanningDb& db, const std::string& url, std::string* err
                            " holds no planning schema (create it with: nomsoi db init --server " +
                            url + ")");
   }
-  return Fail(error, "planning database " + url + " has schema version " +
-                         std::to_string(version) + ", older than this build's " +
-                         std::to_string(kSchemaVersion) +
+  return Fail(error, "planning database " + url + " has schema version " + std::to_string(version) +
+                         ", older than this build's " + std::to_string(kSchemaVersion) +
                          " (upgrade it with: nomsoi db init --server " + url + ")");
 }
 
@@ -104,7 +103,8 @@ bool MigrateSchema(PlanningDb& db, const std::string& url, int target, std::stri
   if (version >= target) return true;
   std::string script = "BEGIN;";
   for (int step = version + 1; step <= target; ++step) script += kSteps[step - 1];
-  script += version == 0 ? "INSERT INTO schema_version (version) VALUES (" : "UPDATE schema_version SET version = (";
+  script += version == 0 ? "INSERT INTO schema_version (version) VALUES ("
+                         : "UPDATE schema_version SET version = (";
   script += std::to_string(target) + ");COMMIT;";
   if (!db.RunScript(script)) {
     std::string message = db.error();

@@ -1,9 +1,12 @@
 // Editing the main document of the last generated package with pugixml.
 #include "NOMZUBProxy/positioning.h"
 
+#include <algorithm>
 #include <functional>
 #include <pugixml.hpp>
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include "NOMZUBProxy/package_writer.h"
 #include "NOMZUBProxy/session.h"
@@ -21,15 +24,16 @@ bool InPackage(const Project& project, const pugi::xml_node& main_root, const st
   std::istringstream in(path);
   for (std::string part; std::getline(in, part, '/');) parts.push_back(part);
   if (parts.size() < 2) return false;
-  pugi::xml_node entry = main_root.find_child_by_attribute("CLitAssyGroup", "Ident", parts[0].c_str())
-                             .find_child_by_attribute("CLitAssyGroup", "Ident", parts[1].c_str());
+  pugi::xml_node entry =
+      main_root.find_child_by_attribute("CLitAssyGroup", "Ident", parts[0].c_str())
+          .find_child_by_attribute("CLitAssyGroup", "Ident", parts[1].c_str());
   auto product = project.products.find(entry.attribute("OID").value());
   for (size_t i = 2; i < parts.size() && product != project.products.end(); ++i) {
     const std::vector<Instance>& children = product->second.children;
     auto child = std::find_if(children.begin(), children.end(),
                               [&](const Instance& c) { return c.ident == parts[i]; });
-    product = child == children.end() ? project.products.end()
-                                      : project.products.find(child->product);
+    product =
+        child == children.end() ? project.products.end() : project.products.find(child->product);
   }
   return product != project.products.end();
 }
@@ -92,8 +96,7 @@ HRESULT ApplyStatesToPackage() {
 }
 
 HRESULT ApplyPositionsToPackage() {
-  return EditMainDocument("simulation positions", [](const Project& project,
-                                                     pugi::xml_node root) {
+  return EditMainDocument("simulation positions", [](const Project& project, pugi::xml_node root) {
     root.remove_child("SimulationPositions");
     pugi::xml_node group = root.append_child("SimulationPositions");
     size_t applied = 0;

@@ -2,15 +2,15 @@
 #include "NOMZUBProxy/project_model.h"
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <cmath>
-#include <type_traits>
 #include <set>
+#include <type_traits>
 
 namespace nomzub::proxy {
 
-const char* const kListIdents[4] = {"ProductList", "ResourceList", "ManufProd",
-                                    "PlanningContext"};
+const char* const kListIdents[4] = {"ProductList", "ResourceList", "ManufProd", "PlanningContext"};
 
 const char* ListIdentOfKind(const std::string& kind) {
   if (kind == "resource") return kListIdents[1];
@@ -41,11 +41,11 @@ class Checker {
     return value;
   }
   void CheckOid(const std::string& oid, const std::string& what) {
-    bool usable = !oid.empty() && oid != "." && oid != ".." &&
-                  std::all_of(oid.begin(), oid.end(), [](char c) {
-                    return std::isalnum(static_cast<unsigned char>(c)) || c == '.' || c == '_' ||
-                           c == '-';
-                  });
+    bool usable =
+        !oid.empty() && oid != "." && oid != ".." &&
+        std::all_of(oid.begin(), oid.end(), [](char c) {
+          return std::isalnum(static_cast<unsigned char>(c)) || c == '.' || c == '_' || c == '-';
+        });
     if (!usable) Fail(what + " OID '" + oid + "' is not usable as a file name (A-Z a-z 0-9 . _ -)");
   }
   void CheckIdent(const std::string& ident, const std::string& what) {
@@ -156,8 +156,7 @@ bool LoadProject(PlanningDb& db, const std::string& name, Project* project, std:
              name, &views, error) ||
       !Query(db, "SELECT operation, target, visible, seq FROM states WHERE project = ?", name,
              &states, error) ||
-      !Query(db,
-             "SELECT operation, target, seq, x, y, z, rz FROM sim_positions WHERE project = ?",
+      !Query(db, "SELECT operation, target, seq, x, y, z, rz FROM sim_positions WHERE project = ?",
              name, &positions, error)) {
     return false;
   }
@@ -189,7 +188,8 @@ bool LoadProject(PlanningDb& db, const std::string& name, Project* project, std:
   for (auto& row : operations) {
     check.CheckOid(row[0], "operation");
     check.CheckIdent(row[1], "operation");
-    p.operations.push_back({row[0], row[1], row[2], check.Parse<int>(row[3], "operation " + row[0])});
+    p.operations.push_back(
+        {row[0], row[1], row[2], check.Parse<int>(row[3], "operation " + row[0])});
   }
   std::set<std::string> operation_oids;
   for (const Operation& o : p.operations) operation_oids.insert(o.oid);
@@ -209,8 +209,8 @@ bool LoadProject(PlanningDb& db, const std::string& name, Project* project, std:
   for (auto& row : states) {
     std::string what = "state of " + row[1];
     check_operation(row[0], what);
-    p.states.push_back({row[0], row[1], check.Parse<int>(row[2], what) != 0,
-                        check.Parse<int>(row[3], what)});
+    p.states.push_back(
+        {row[0], row[1], check.Parse<int>(row[2], what) != 0, check.Parse<int>(row[3], what)});
   }
   for (auto& row : positions) {
     std::string what = "simulation position of " + row[1];

@@ -25,11 +25,11 @@ struct Mesh {
 
 // One use of a product inside a parent product, or a top-level entry of the package.
 struct Instance {
-  std::string ident;    // unique among its siblings; one component of an ident path
+  std::string ident;  // unique among its siblings; one component of an ident path
   std::string name;
   std::string product;  // OID of the product it is an instance of
   Placement placement;
-  int seq = 0;          // order among the siblings
+  int seq = 0;  // order among the siblings
 };
 
 // A product reference: one product document of the package. kind is "product", "resource",
@@ -38,8 +38,8 @@ struct Product {
   std::string oid;
   std::string name;
   std::string kind;
-  std::string mesh;                 // OID of its mesh; "" for none
-  std::vector<Instance> children;   // ordered by seq
+  std::string mesh;                // OID of its mesh; "" for none
+  std::vector<Instance> children;  // ordered by seq
 };
 
 struct Operation {

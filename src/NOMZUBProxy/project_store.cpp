@@ -57,8 +57,8 @@ bool StoreProject(PlanningDb& db, const Project& project, const std::string& des
                   std::string* error) {
   Writer w(db, error);
   const std::string& name = project.name;
-  for (const char* table : {"sim_positions", "states", "process_idents", "operations",
-                            "instances", "products", "meshes", "projects"}) {
+  for (const char* table : {"sim_positions", "states", "process_idents", "operations", "instances",
+                            "products", "meshes", "projects"}) {
     w.Run(std::string("DELETE FROM ") + table +
               (std::string(table) == "projects" ? " WHERE name = ?" : " WHERE project = ?"),
           {name});
@@ -69,8 +69,9 @@ bool StoreProject(PlanningDb& db, const Project& project, const std::string& des
           {name, oid, Join(mesh.positions), Join(mesh.indices)});
   }
   for (const auto& [oid, product] : project.products) {
-    w.Run("INSERT INTO products (project, oid, name, kind, mesh) VALUES (?, ?, ?, ?, NULLIF(?, ''))",
-          {name, oid, product.name, product.kind, product.mesh});
+    w.Run(
+        "INSERT INTO products (project, oid, name, kind, mesh) VALUES (?, ?, ?, ?, NULLIF(?, ''))",
+        {name, oid, product.name, product.kind, product.mesh});
     for (const Instance& child : product.children) w.Instance(name, oid, child);
   }
   for (const Instance& root : project.roots) w.Instance(name, "", root);
@@ -79,10 +80,11 @@ bool StoreProject(PlanningDb& db, const Project& project, const std::string& des
           {name, op.oid, op.ident, op.name, Text(op.seq)});
   }
   for (const View& v : project.views) {
-    w.Run("INSERT INTO process_idents (project, ident, operation, name, seq, eye_x, eye_y, eye_z,"
-          " target_x, target_y, target_z) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
-          {name, v.ident, v.operation, v.name, Text(v.seq), Text(v.eye[0]), Text(v.eye[1]),
-           Text(v.eye[2]), Text(v.target[0]), Text(v.target[1]), Text(v.target[2])});
+    w.Run(
+        "INSERT INTO process_idents (project, ident, operation, name, seq, eye_x, eye_y, eye_z,"
+        " target_x, target_y, target_z) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
+        {name, v.ident, v.operation, v.name, Text(v.seq), Text(v.eye[0]), Text(v.eye[1]),
+         Text(v.eye[2]), Text(v.target[0]), Text(v.target[1]), Text(v.target[2])});
   }
   for (const State& s : project.states) {
     w.Run("INSERT INTO states (project, operation, target, visible, seq) VALUES (?, ?, ?, ?, ?)",
@@ -90,10 +92,11 @@ bool StoreProject(PlanningDb& db, const Project& project, const std::string& des
   }
   for (const SimPosition& s : project.positions) {
     const Placement& at = s.placement;
-    w.Run("INSERT INTO sim_positions (project, operation, target, seq, x, y, z, rz)"
-          " VALUES (?, ?, ?, ?, ?, ?, ?, ?)",
-          {name, s.operation, s.target, Text(s.seq), Text(at.x), Text(at.y), Text(at.z),
-           Text(at.rz)});
+    w.Run(
+        "INSERT INTO sim_positions (project, operation, target, seq, x, y, z, rz)"
+        " VALUES (?, ?, ?, ?, ?, ?, ?, ?)",
+        {name, s.operation, s.target, Text(s.seq), Text(at.x), Text(at.y), Text(at.z),
+         Text(at.rz)});
   }
   return w.ok();
 }

@@ -48,8 +48,8 @@ void AddProduct(Project& p, const std::string& oid, const std::string& name,
 void AddChild(Project& p, const std::string& parent, const std::string& ident,
               const std::string& product, Placement at) {
   std::vector<Instance>& children = p.products[parent].children;
-  children.push_back({ident, p.products[product].name, product, at,
-                      static_cast<int>(children.size())});
+  children.push_back(
+      {ident, p.products[product].name, product, at, static_cast<int>(children.size())});
 }
 
 void AddRoot(Project& p, const std::string& ident, const std::string& name,
@@ -59,20 +59,23 @@ void AddRoot(Project& p, const std::string& ident, const std::string& name,
 
 // The gearbox assembly process: six operations with ten views between them.
 void AddProcess(Project& p) {
-  const char* const ops[6][2] = {{"Op010", "Place housing"}, {"Op020", "Insert shaft"},
-                                 {"Op030", "Mount cover"},   {"Op040", "Drive screws"},
+  const char* const ops[6][2] = {{"Op010", "Place housing"},   {"Op020", "Insert shaft"},
+                                 {"Op030", "Mount cover"},     {"Op040", "Drive screws"},
                                  {"Op050", "Inspect gearbox"}, {"Op060", "Unload gearbox"}};
   for (int i = 0; i < 6; ++i) {
     p.operations.push_back({"OP-0" + std::to_string(i + 1) + "0", ops[i][0], ops[i][1], i});
   }
-  const char* const views[10] = {"Overview",        "Housing close-up", "Shaft insertion",
-                                 "Shaft from above", "Cover placement", "Cover side",
-                                 "Screwing",        "Screw detail",     "Inspection",
-                                 "Unloading"};
+  const char* const views[10] = {
+      "Overview",   "Housing close-up", "Shaft insertion", "Shaft from above", "Cover placement",
+      "Cover side", "Screwing",         "Screw detail",    "Inspection",       "Unloading"};
   const int view_operation[10] = {0, 0, 1, 1, 2, 2, 3, 3, 4, 5};
   for (int i = 0; i < 10; ++i) {
     View v{"V" + std::string(i < 9 ? "0" : "") + std::to_string(i + 1),
-           p.operations[view_operation[i]].oid, views[i], {}, {}, i};
+           p.operations[view_operation[i]].oid,
+           views[i],
+           {},
+           {},
+           i};
     double eye[3] = {3.0 + i, -4.0, 2.5}, target[3] = {2.5, 0, 1};
     std::copy(eye, eye + 3, v.eye);
     std::copy(target, target + 3, v.target);
@@ -85,13 +88,20 @@ void AddProcess(Project& p) {
 Project BuildSampleProject() {
   Project p;
   p.name = kSampleProject;
-  p.meshes = {{"G-LEG", BoxMesh(0.06f, 0.06f, 0.9f)},   {"G-TOP", BoxMesh(1.2f, 0.8f, 0.04f)},
-              {"G-BOLT", CylinderMesh(0.005f, 0.04f, 8)}, {"G-CLAMP", BoxMesh(0.05f, 0.03f, 0.03f)},
-              {"G-PLATE", BoxMesh(0.4f, 0.3f, 0.02f)},   {"G-ROLLER", CylinderMesh(0.03f, 0.6f, 12)},
-              {"G-FRAME", BoxMesh(2.4f, 0.7f, 0.1f)},    {"G-HOUSING", BoxMesh(0.3f, 0.2f, 0.15f)},
-              {"G-SHAFT", CylinderMesh(0.02f, 0.35f, 12)}, {"G-COVER", BoxMesh(0.3f, 0.2f, 0.02f)},
-              {"G-SCREW", CylinderMesh(0.004f, 0.02f, 6)}, {"G-ROBOT", CylinderMesh(0.15f, 1.2f, 16)},
-              {"G-NUTRUNNER", CylinderMesh(0.03f, 0.3f, 12)}, {"G-HOIST", BoxMesh(0.5f, 0.5f, 2.5f)},
+  p.meshes = {{"G-LEG", BoxMesh(0.06f, 0.06f, 0.9f)},
+              {"G-TOP", BoxMesh(1.2f, 0.8f, 0.04f)},
+              {"G-BOLT", CylinderMesh(0.005f, 0.04f, 8)},
+              {"G-CLAMP", BoxMesh(0.05f, 0.03f, 0.03f)},
+              {"G-PLATE", BoxMesh(0.4f, 0.3f, 0.02f)},
+              {"G-ROLLER", CylinderMesh(0.03f, 0.6f, 12)},
+              {"G-FRAME", BoxMesh(2.4f, 0.7f, 0.1f)},
+              {"G-HOUSING", BoxMesh(0.3f, 0.2f, 0.15f)},
+              {"G-SHAFT", CylinderMesh(0.02f, 0.35f, 12)},
+              {"G-COVER", BoxMesh(0.3f, 0.2f, 0.02f)},
+              {"G-SCREW", CylinderMesh(0.004f, 0.02f, 6)},
+              {"G-ROBOT", CylinderMesh(0.15f, 1.2f, 16)},
+              {"G-NUTRUNNER", CylinderMesh(0.03f, 0.3f, 12)},
+              {"G-HOIST", BoxMesh(0.5f, 0.5f, 2.5f)},
               {"G-HALL", BoxMesh(20, 10, 0.05f)}};
   AddProduct(p, "P-LINE", "Assembly line", "product", "");
   AddProduct(p, "P-STATION", "Work station", "product", "");
@@ -152,8 +162,10 @@ Project BuildSampleProject() {
   AddProcess(p);
 
   const std::string gearbox = "ManufProd/Gearbox/";
-  p.states = {{"OP-010", gearbox + "Housing", true, 0},  {"OP-010", gearbox + "Shaft", false, 1},
-              {"OP-010", gearbox + "Cover", false, 2},   {"OP-020", gearbox + "Shaft", true, 3},
+  p.states = {{"OP-010", gearbox + "Housing", true, 0},
+              {"OP-010", gearbox + "Shaft", false, 1},
+              {"OP-010", gearbox + "Cover", false, 2},
+              {"OP-020", gearbox + "Shaft", true, 3},
               {"OP-030", gearbox + "Cover", true, 4}};
   for (int s = 0; s < 6; ++s) {
     p.states.push_back({"OP-040", gearbox + "Screw." + std::to_string(s + 1), true, 5 + s});

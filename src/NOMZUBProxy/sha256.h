@@ -17,8 +17,8 @@ Sha256Digest Sha256(const std::string& data);
 Sha256Digest HmacSha256(const std::string& key, const std::string& message);
 
 // PBKDF2 with HMAC-SHA-256 (RFC 8018), length bytes of derived key.
-std::string Pbkdf2HmacSha256(const std::string& password, const std::string& salt,
-                             int iterations, size_t length);
+std::string Pbkdf2HmacSha256(const std::string& password, const std::string& salt, int iterations,
+                             size_t length);
 
 // Lower-case hexadecimal text of bytes.
 std::string ToHex(const std::string& bytes);

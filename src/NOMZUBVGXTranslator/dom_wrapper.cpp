@@ -92,31 +92,52 @@ class StringWriter : public pugi::xml_writer {
   std::string* out_;
 };
 
+// Counts what a save would write, so the text can be allocated once at its final size.
+class CountingWriter : public pugi::xml_writer {
+ public:
+  void write(const void*, size_t size) override { count_ += size; }
+  size_t count() const { return count_; }
+
+ private:
+  size_t count_ = 0;
+};
+
 bool EqualsIgnoringCase(const char* a, const char* b) { return strcasecmp(a, b) == 0; }
 
-// The text SaveDoc writes: UTF-8 without a byte-order mark, starting with a declaration (the
+void WriteText(pugi::xml_writer& writer, const char* text) { writer.write(text, strlen(text)); }
+
+// Writes what SaveDoc saves: UTF-8 without a byte-order mark, starting with a declaration (the
 // document's own, its encoding made UTF-8, or a standard one).
-std::string Serialize(XmlDocument& document) {
-  std::string text;
-  StringWriter writer(&text);
+void WriteDocument(XmlDocument& document, pugi::xml_writer& writer) {
   const char* line_end = document.line_end;
   pugi::xml_node declaration = document.xml.first_child();
   if (declaration.type() == pugi::node_declaration) {
     pugi::xml_attribute encoding = declaration.attribute("encoding");
     if (encoding && !EqualsIgnoringCase(encoding.value(), "UTF-8")) encoding.set_value("UTF-8");
   } else {
-    text = std::string(kDeclaration) + line_end;
+    WriteText(writer, kDeclaration);
+    WriteText(writer, line_end);
   }
   if (document.created) {
     document.xml.save(writer, "  ", pugi::format_indent | pugi::format_no_declaration,
                       pugi::encoding_utf8);
-    return text;
+    return;
   }
   // Whitespace between top-level nodes is not part of the tree: each goes on a line of its own.
   for (pugi::xml_node child : document.xml.children()) {
     child.print(writer, "", pugi::format_raw, pugi::encoding_utf8);
-    text += line_end;
+    WriteText(writer, line_end);
   }
+}
+
+// The text SaveDoc writes, allocated once: a large document is not held twice while it grows.
+std::string Serialize(XmlDocument& document) {
+  CountingWriter counter;
+  WriteDocument(document, counter);
+  std::string text;
+  text.reserve(counter.count());
+  StringWriter writer(&text);
+  WriteDocument(document, writer);
   return text;
 }
 

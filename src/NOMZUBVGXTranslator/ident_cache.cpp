@@ -1,6 +1,7 @@
 // The process-wide identifier cache. The generator fills it after each package; the getters hand
 // out copies, so a caller's map never shares state with the cache.
 #include <mutex>
+#include <vector>
 
 #include "services/NOMZUBVGXIdentCache.h"
 
@@ -9,7 +10,9 @@ namespace {
 
 struct IdentCache {
   std::mutex mutex;
-  NOMOIDIdentPathsMap object_paths;  // OID -> ident paths
+  // OID -> ident paths. Vectors, not deques: a deque costs a whole block even for one path, and
+  // the cache may hold hundreds of thousands of objects.
+  std::map<std::string, std::vector<std::string>, NOMMbsLess> object_paths;
   NOMStringMap operation_paths;      // operation OID -> ident path
   NOMStringMap process_names;        // process ident -> name
   NOMStringMap process_oids;         // process ident -> operation OID
@@ -83,7 +86,13 @@ NOMZUBVGXIdentCache::NOMZUBVGXIdentCache() = default;
 NOMZUBVGXIdentCache::~NOMZUBVGXIdentCache() = default;
 
 HRESULT NOMZUBVGXIdentCache::GetOIDIdentPathsMap(NOMOIDIdentPathsMap& map) {
-  return nomzub::CopyOut(&nomzub::IdentCache::object_paths, map);
+  nomzub::IdentCache& cache = nomzub::Cache();
+  std::lock_guard<std::mutex> lock(cache.mutex);
+  map.clear();
+  for (const auto& [oid, paths] : cache.object_paths) {
+    map.emplace_hint(map.end(), oid, std::deque<std::string>(paths.begin(), paths.end()));
+  }
+  return S_OK;
 }
 
 HRESULT NOMZUBVGXIdentCache::GetOpOIDIdentPathMap(NOMStringMap& map) {

@@ -29,6 +29,7 @@ E_ACCESSDENIED = -0x7FF8FFFB  # 0x80070005
 ERROR_FILE_NOT_FOUND = 2
 ERROR_PATH_NOT_FOUND = 3
 ERROR_ACCESS_DENIED = 5
+ERROR_SHARING_VIOLATION = 32
 ERROR_BAD_NETPATH = 53
 
 LIST_GROUPS = (
@@ -54,8 +55,22 @@ ERROR_TEXTS = {
 }
 
 
+# Deeper than this, the references of a package run in a cycle: the module would recurse without
+# end, so such a package cannot be run (the generator then makes another one).
+MAX_REFERENCE_DEPTH = 40
+
+
+class ReferenceCycle(Exception):
+    """The package's product documents refer to each other in a cycle."""
+
+
 def ascii_lower(text):
     return "".join(c.lower() if "A" <= c <= "Z" else c for c in text)
+
+
+def fold_case(name):
+    """A file name as Windows compares it: every character upper-cased one to one."""
+    return "".join(c.upper() if len(c.upper()) == 1 else c for c in name)
 
 
 # --------------------------------------------------------------------------------------------
@@ -71,43 +86,61 @@ class Platform:
         self.drives = {"Z": "/"}
         for letter, directory in (drives or {}).items():
             self.drives[letter.upper()] = directory
-        self.shares = dict(shares or {})  # "\\server\share" -> native directory
+        # "\\server\share" -> native directory; server and share names ignore letter case
+        self.shares = {fold_case(prefix): directory for prefix, directory in (shares or {}).items()}
         self.case_sensitive = case_sensitive
 
     # Path mapping ---------------------------------------------------------------------------
 
     def to_native(self, path):
-        """Returns (native path, 0) or (None, Windows error number)."""
+        """Returns (native path, 0) or (None, Windows error number).
+
+        "." components are dropped and ".." takes away the component before it, as Windows does
+        before it touches the disk; above the root of a drive, share or rooted path ".." is
+        dropped, above the working directory it is kept. A trailing separator is kept, so that
+        "file\\" never names the file.
+        """
         if len(path) >= 2 and path[1] == ":" and path[0].isascii() and path[0].isalpha():
             root = self.drives.get(path[0].upper())
             if root is None:
                 return None, ERROR_PATH_NOT_FOUND
-            base, rest = root, path[2:]
+            rest = path[2:]
         elif len(path) >= 2 and path[0] in "\\/" and path[1] in "\\/":
             parts = re.split(r"[\\/]", path[2:])
             if len(parts) < 2 or not parts[0] or not parts[1]:
                 return None, ERROR_BAD_NETPATH
-            prefix = "\\\\" + parts[0] + "\\" + parts[1]
-            root = self.shares.get(prefix)
+            root = self.shares.get(self._share_key(parts[0], parts[1]))
             if root is None:
                 return None, ERROR_BAD_NETPATH
-            base, rest = root, "\\".join(parts[2:])
+            rest = "\\".join(parts[2:])
         elif path[:1] in ("\\", "/") and path:
-            base, rest = "/", path[1:]
+            root, rest = "/", path[1:]
         else:
-            base, rest = self.cwd, path
-        current = base
-        for component in re.split(r"[\\/]", rest):
-            if component in ("", "."):
-                continue
-            candidate = os.path.join(current, component)
+            root, rest = None, path
+        names = []
+        for name in re.split(r"[\\/]", rest):
+            if name == "..":
+                if names and names[-1] != "..":
+                    names.pop()
+                elif root is None:
+                    names.append(name)
+            elif name not in ("", "."):
+                names.append(name)
+        current = self.cwd if root is None else root
+        for name in names:
+            candidate = os.path.join(current, name)
             if not os.path.lexists(candidate) and not self.case_sensitive and os.path.isdir(current):
-                wanted = ascii_lower(component)
-                matches = [name for name in os.listdir(current) if ascii_lower(name) == wanted]
+                wanted = fold_case(name)
+                matches = [entry for entry in os.listdir(current) if fold_case(entry) == wanted]
                 if len(matches) == 1:
                     candidate = os.path.join(current, matches[0])
             current = candidate
+        if names and path[-1:] in ("\\", "/"):
+            current += "/"
         return current, 0
+
+    def _share_key(self, server, share):
+        return fold_case("\\\\" + server + "\\" + share)
 
     # File operations ------------------------------------------------------------------------
 
@@ -140,6 +173,8 @@ class Platform:
             return ERROR_ACCESS_DENIED
         if os.path.exists(dst_native) and self._read_only(dst_native):
             return ERROR_ACCESS_DENIED
+        if os.path.exists(dst_native) and os.path.samefile(src_native, dst_native):
+            return ERROR_SHARING_VIOLATION  # a file is never copied onto itself
         with open(src_native, "rb") as source:
             data = source.read()
         with open(dst_native, "wb") as target:
@@ -359,7 +394,9 @@ class Module:
 
     # Internal reference check ----------------------------------------------------------------
 
-    def check_internal_reference(self, doc_path, soi_directory):
+    def check_internal_reference(self, doc_path, soi_directory, depth=1):
+        if depth > MAX_REFERENCE_DEPTH:
+            raise ReferenceCycle(doc_path)
         tree, result = self.platform.open_document(doc_path)
         if result < 0:
             return result
@@ -382,7 +419,7 @@ class Module:
                 self.print_error(geometry, target, error)
             else:
                 self.log(UNABLE_TO_OPEN + geometry)
-            self.check_internal_reference(value, soi_directory)
+            self.check_internal_reference(value, soi_directory, depth + 1)
         return result
 
     # Relative path update --------------------------------------------------------------------

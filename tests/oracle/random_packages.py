@@ -25,7 +25,7 @@ MODES = ("pack", "odt")
 
 NAMES = ("Frame", "Gear", "Bolt", "Axle", "Wheel", "Robot", "Cell", "Cart", "Drive", "Nut",
          "Plate", "Shaft", "Pump", "Seal", "Motor", "Base", "Arm", "Clamp", "Rail", "Teil\u00e9",
-         "M8x40", "Hub", "Spring", "Cover")
+         "M8x40", "Hub", "Spring", "Cover", "R&D", "O'Ring", "Side Plate")
 
 # Directories that may hold product documents, relative to the work directory.
 LIBRARY_DIRS = ("lib", "lib/sub", "lib/sub/deep", "x", "qdrive", "qdrive/parts", "share",
@@ -89,7 +89,11 @@ class Product:
         self.level = 0
         self.exists = True
         self.is_xml = True
+        self.empty_file = False
+        self.read_only = False
         self.geometry = True
+        self.geometry_is_directory = False
+        self.is_directory = False  # a directory lies where the document is expected
         self.root_group = True
         self.refs = []  # referenced products
 
@@ -115,7 +119,7 @@ def _element(tag, attributes, children=None, indent="  ", text=None):
     """One element with its attributes in the given order, children indented below it."""
     attrs = "".join(' %s="%s"' % (name, _xml_attr(value)) for name, value in attributes)
     if text is not None:
-        return "%s<%s%s>%s</%s>\n" % (indent, tag, attrs, text, tag)
+        return "%s<%s%s>%s</%s>\n" % (indent, tag, attrs, _xml_attr(text), tag)
     if not children:
         return "%s<%s%s/>\n" % (indent, tag, attrs)
     return "%s<%s%s>\n%s%s</%s>\n" % (indent, tag, attrs, "".join(children), indent, tag)
@@ -126,8 +130,9 @@ def _document(root_tag, attributes, children):
 
 
 class Generator:
-    def __init__(self, seed, work, mode):
-        self.rng = random.Random("%s:%d" % (mode, seed))
+    def __init__(self, seed, work, mode, attempt):
+        name = "%s:%d" % (mode, seed) + (":%d" % attempt if attempt else "")
+        self.rng = random.Random(name)
         self.work = work
         self.case = Case(seed, mode, work)
         self.files = {}  # relative path -> bytes
@@ -170,21 +175,25 @@ class Generator:
                     return True
         return False
 
-    def _make_products(self):
+    def _make_products(self, product_dirs):
         rng = self.rng
         for _ in range(rng.randint(1, 9)):
-            product = self._new_product(rng.choice(LIBRARY_DIRS))
+            product = self._new_product(rng.choice(product_dirs))
             if product is None:
                 continue
             product.level = rng.choices((0, 1, 2), (50, 30, 20))[0]
             product.geometry = rng.random() < 0.8
+            product.geometry_is_directory = not product.geometry and rng.random() < 0.1
             product.is_xml = rng.random() < 0.95
+            product.empty_file = not product.is_xml and rng.random() < 0.3
+            product.read_only = rng.random() < 0.1
             product.root_group = rng.random() < 0.7
             self.products.append(product)
         for _ in range(rng.choice((0, 0, 1, 2))):
-            ghost = self._new_product(rng.choice(LIBRARY_DIRS))
+            ghost = self._new_product(rng.choice(product_dirs))
             if ghost is not None:
                 ghost.exists = False
+                ghost.is_directory = rng.random() < 0.2
                 self.ghosts.append(ghost)
         for product in self.products:
             deeper = [p for p in self.products if p.level > product.level]
@@ -233,7 +242,12 @@ class Generator:
         if components[0] == SHARE_DIR:
             forms += [(SHARE_PREFIX + "\\" + "\\".join(components[1:]), 6)]
         values, weights = zip(*forms)
-        return rng.choices(values, weights)[0]
+        value = rng.choices(values, weights)[0]
+        separators = [i for i in range(3, len(value)) if value[i] == "\\"]
+        if separators and rng.random() < 0.03:  # an empty path component
+            i = rng.choice(separators)
+            value = value[:i] + "\\" + value[i:]
+        return value
 
     def _reference_attributes(self, from_dir, ident, name):
         """The attributes of one child: a reference in some form, empty, or none."""
@@ -260,7 +274,7 @@ class Generator:
     def _product_document(self, product):
         rng = self.rng
         if not product.is_xml:
-            return "not an XML document <%s\n" % product.name
+            return "" if product.empty_file else "not an XML document <%s\n" % product.name
         children = []
         for n, ref in enumerate(product.refs):
             attributes = [("Ident", "%s.%d" % (product.name, n + 1)), ("Name", ref.name + ".1"),
@@ -281,6 +295,11 @@ class Generator:
         else:
             body = [c[2:] for c in children]
         body.append(_element("Mesh", [("Unit", "mm")], text=product.name.lower(), indent="  "))
+        if product.refs and rng.random() < 0.1:
+            # The document element is a reference itself.
+            root = [("Ident", product.name), ("IsInstanceOf", self._reference(
+                product.directory, rng.choice(product.refs)))]
+            return _document("CLitAssyGroup", root, body)
         return _document("VgxDocument", [("Product", product.name)], body)
 
     def _main_document(self, package_dir, resources):
@@ -306,10 +325,21 @@ class Generator:
                 children.insert(rng.randrange(len(children) + 1), _element("Note", note, None, "    "))
             body.append(_element("CLitAssyGroup", [("Ident", ident), ("Name", ident.lower())],
                                  children, "  "))
+        if groups and rng.random() < 0.08:  # a later group of the same name is not walked
+            body.append(_element("CLitAssyGroup", [("Ident", rng.choice(groups))], [
+                _element("CLitAssyGroup", [("Ident", "Later"), ("IsInstanceOf", "lib\\Later.vgxXml")],
+                         None, "    ")], "  "))
+        if body and rng.random() < 0.1:  # list groups need not be children of the root
+            body = [_element("Lists", [], [("  " + line + "\n") for b in body
+                                           for line in b.rstrip("\n").split("\n")], "  ")]
         body.append(_element("Process", [("Name", "P")], [
             _element("Operation", [("OID", "OP-1"), ("Ident", "PRC-1/OP-10")], None, "    ")], "  "))
         for value in resources:
             body.insert(rng.randrange(len(body) + 1), _element("Resource", [("File", value)], None, "  "))
+        if rng.random() < 0.03:
+            # The document element is a list group: its children are the other groups.
+            return _document("CLitAssyGroup", [("Ident", rng.choice(
+                ("ProductList", "ResourceList", "ManufProd", "PlanningContext")))], body)
         return _document("VgxDocument", [("Name", "SOI"), ("Version", "1")], body)
 
     def _resource(self, package_dir, n):
@@ -360,17 +390,30 @@ class Generator:
     def generate(self):
         rng = self.rng
         case = self.case
-        self._make_products()
+        product_dirs = LIBRARY_DIRS
         if case.mode == "pack":
             package_dir = rng.choices(("pkg", "pkg/inner", "out"), (50, 25, 25))[0]
+            out_dir = "out"
         else:
             package_dir = "in/NOMZUBVGXExtractTest"
-        out_dir = "out"
+            out_dir = rng.choices(("out", package_dir), (90, 10))[0]
+        if package_dir == out_dir and rng.random() < 0.5:
+            product_dirs += (out_dir, out_dir + "/sub")  # copies onto themselves, or beside
+        self._make_products(product_dirs)
         for product in self.products:
             self._add_file(product.rel_path, self._product_document(product))
             if product.geometry:
                 self._add_file(product.geometry_rel_path,
                                bytes(rng.randrange(256) for _ in range(rng.randint(0, 48))))
+            elif product.geometry_is_directory:
+                self.directories.add(product.geometry_rel_path)
+            if product.read_only:
+                self.read_only.add(product.rel_path)
+                if product.geometry:
+                    self.read_only.add(product.geometry_rel_path)
+        for ghost in self.ghosts:
+            if ghost.is_directory:
+                self.directories.add(ghost.rel_path)
         resources = []
         if case.mode == "pack" and rng.random() < 0.3:
             resources = [self._resource(package_dir, n) for n in range(rng.randint(1, 2))]
@@ -409,7 +452,8 @@ class Generator:
         elif choice < 0.1:
             self.case.drives["R"] = self.work
             form = "R:\\" + out_dir
-        elif choice < 0.15 and out_dir in self.directories:
+        elif choice < 0.15 and (out_dir in self.directories or any(
+                f.startswith(out_dir + "/") for f in self.files)):
             form = form[:-len(out_dir)] + out_dir.upper()
         return form
 
@@ -428,8 +472,15 @@ class Generator:
             os.chmod(os.path.join(self.work, rel), 0o444)
 
 
-def generate(seed, work, mode):
-    """Writes the package of `seed` for `mode` ("pack" or "odt") under `work`; returns its Case."""
+def generate(seed, work, mode, attempt=0):
+    """Writes the package of `seed` for `mode` ("pack" or "odt") under `work`; returns its Case.
+
+    `attempt` gives another package for the same seed: references may resolve to another product
+    of the same name than the one meant, which can close a cycle; a caller whose model run finds
+    one (packngo_model.ReferenceCycle) asks for the next attempt.
+    """
     if mode not in MODES:
         raise ValueError("mode must be one of %s" % (MODES,))
-    return Generator(seed, work, mode).generate()
+    case = Generator(seed, work, mode, attempt).generate()
+    case.attempt = attempt
+    return case

@@ -25,9 +25,11 @@ import xml.etree.ElementTree as ET
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 
+import packngo_model  # noqa: E402
 import random_packages  # noqa: E402
 
 MAX_REPORTED_FILE_DIFFERENCES = 20
+MAX_ATTEMPTS = 10
 
 
 # Snapshots ---------------------------------------------------------------------------------------
@@ -144,19 +146,27 @@ def reset(path):
 
 
 def run_seed(nomsoi, seed, mode, scratch):
-    """Returns (ok, report text)."""
+    """Returns (ok, report text, attempt of the package that was run)."""
     work = os.path.join(scratch, "w")
     log_path = os.path.join(scratch, "log")
 
-    reset(work)
-    case = random_packages.generate(seed, work, mode)
-    expected_lines, expected_status = case.run_model()
+    for attempt in range(MAX_ATTEMPTS):
+        reset(work)
+        case = random_packages.generate(seed, work, mode, attempt)
+        try:
+            expected_lines, expected_status = case.run_model()
+            break
+        except packngo_model.ReferenceCycle:
+            continue
+    else:
+        return False, "seed %d (%s): every package made for it has a reference cycle" % (
+            seed, mode), 0
     expected_files = snapshot(work)
 
     reset(work)
     if os.path.exists(log_path):
         os.remove(log_path)
-    random_packages.generate(seed, work, mode)
+    random_packages.generate(seed, work, mode, case.attempt)
     command = [nomsoi, "--log", log_path, "--log-format", "raw"] + case.global_args() + \
         case.command_args()
     process = subprocess.run(command, cwd=case.cwd, env=clean_environment(),
@@ -181,18 +191,36 @@ def run_seed(nomsoi, seed, mode, scratch):
         problems.append("files differ (under the work directory):\n  " + "\n  ".join(shown) +
                         ("\n  ... %d more" % more if more > 0 else ""))
     if not problems:
-        return True, ""
-    header = "seed %d (%s): cd %s && %s" % (seed, mode, case.cwd, " ".join(
-        "'%s'" % part if any(c in part for c in " \\") else part for part in command))
-    return False, header + "\n" + "\n".join(problems)
+        return True, "", case.attempt
+    attempt = " attempt %d" % case.attempt if case.attempt else ""
+    header = "seed %d (%s%s): cd %s && %s" % (seed, mode, attempt, case.cwd,
+                                             shell_command(command))
+    return False, header + "\n" + "\n".join(problems), case.attempt
 
 
-def keep_package(seed, mode, keep_dir):
-    """Writes the pristine package of a failing seed to keep_dir/<mode>-<seed>."""
-    destination = os.path.join(keep_dir, "%s-%d" % (mode, seed))
+def keep_package(nomsoi, seed, mode, attempt, keep_dir):
+    """Writes the package of a failing seed to keep_dir/<mode>-<seed>/pristine, with repro.sh.
+
+    Absolute references inside the package name the directory it was made for, so repro.sh
+    copies pristine to w beside it (the run rewrites documents in place) and runs nomsoi there.
+    """
+    destination = os.path.abspath(os.path.join(keep_dir, "%s-%d" % (mode, seed)))
     reset(destination)
-    random_packages.generate(seed, destination, mode)
+    work = os.path.join(destination, "w")
+    case = random_packages.generate(seed, work, mode, attempt)
+    os.rename(work, os.path.join(destination, "pristine"))
+    command = [nomsoi, "--log", os.path.join(destination, "log"), "--log-format", "raw"] + \
+        case.global_args() + case.command_args()
+    with open(os.path.join(destination, "repro.sh"), "w") as script:
+        script.write("#!/bin/sh\nset -e\ncd '%s'\nrm -rf w log\ncp -a pristine w\ncd w\n%s\n" % (
+            destination, shell_command(command)))
+    os.chmod(os.path.join(destination, "repro.sh"), 0o755)
     return destination
+
+
+def shell_command(command):
+    return " ".join("'%s'" % part if any(c in part for c in " \\'&;") else part
+                    for part in command)
 
 
 def run_chunk(nomsoi, jobs_of_worker):
@@ -201,10 +229,11 @@ def run_chunk(nomsoi, jobs_of_worker):
     try:
         for seed, mode in jobs_of_worker:
             try:
-                ok, report = run_seed(nomsoi, seed, mode, scratch)
+                ok, report, attempt = run_seed(nomsoi, seed, mode, scratch)
             except Exception as error:  # a crash of the model or the generator is a failure too
-                ok, report = False, "seed %d (%s): %s: %s" % (seed, mode, type(error).__name__, error)
-            results.append((seed, mode, ok, report))
+                ok, report, attempt = False, "seed %d (%s): %s: %s" % (
+                    seed, mode, type(error).__name__, error), 0
+            results.append((seed, mode, ok, report, attempt))
     finally:
         reset(scratch)
     return results
@@ -245,15 +274,16 @@ def main(argv=None):
             for part in pool.map(run_chunk, [nomsoi] * len(chunks), chunks):
                 results.extend(part)
     failures = [r for r in sorted(results) if not r[2]]
-    for seed, mode, _, report in failures[:args.max_failures]:
+    for seed, mode, _, report, attempt in failures[:args.max_failures]:
         print(report)
         if args.keep:
-            print("  package kept in %s" % keep_package(seed, mode, args.keep))
+            print("  package kept in %s (run repro.sh there)" % keep_package(
+                nomsoi, seed, mode, attempt, args.keep))
         print()
     if len(failures) > args.max_failures:
         print("... and %d more failing seeds: %s" % (
             len(failures) - args.max_failures,
-            " ".join("%s:%d" % (mode, seed) for seed, mode, _, _ in failures[args.max_failures:])))
+            " ".join("%s:%d" % (mode, seed) for seed, mode, _, _, _ in failures[args.max_failures:])))
     print("%d of %d runs agree with the model" % (len(results) - len(failures), len(results)))
     return 0 if not failures else 1
 

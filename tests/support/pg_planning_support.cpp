@@ -70,8 +70,9 @@ bool PgServer::Start(std::string* why, bool* missing) {
   bin_ = FindPostgresBin();
   *missing = bin_.empty();
   if (*missing) {
-    *why = "PostgreSQL server binaries not found under /usr/lib/postgresql/*/bin (install the "
-           "package postgresql: scripts/install-deps)";
+    *why =
+        "PostgreSQL server binaries not found under /usr/lib/postgresql/*/bin (install the "
+        "package postgresql: scripts/install-deps)";
     return false;
   }
   std::string templ = (fs::temp_directory_path() / "nom-pg-XXXXXX").string();
@@ -88,8 +89,8 @@ bool PgServer::Start(std::string* why, bool* missing) {
     }
   }
   WriteFile(dir_ + "/pwfile", std::string(kPassword) + "\n");
-  fs::permissions(dir_ + "/pwfile", fs::perms::owner_read | fs::perms::group_read |
-                                        fs::perms::others_read);
+  fs::permissions(dir_ + "/pwfile",
+                  fs::perms::owner_read | fs::perms::group_read | fs::perms::others_read);
   port_ = FreePort();
   if (!RunAsOwner(bin_ + "/initdb -D " + dir_ + "/data -U postgres -A scram-sha-256 --pwfile=" +
                       dir_ + "/pwfile --no-sync -E UTF8 --locale=C",
@@ -97,8 +98,8 @@ bool PgServer::Start(std::string* why, bool* missing) {
     *why = "initdb failed: " + ReadFile(dir_ + "/initdb.log");
     return false;
   }
-  running_ = RunAsOwner(bin_ + "/pg_ctl -D " + dir_ + "/data -l " + dir_ + "/server.log -w -o \"-k " +
-                            dir_ + " -p " + std::to_string(port_) +
+  running_ = RunAsOwner(bin_ + "/pg_ctl -D " + dir_ + "/data -l " + dir_ +
+                            "/server.log -w -o \"-k " + dir_ + " -p " + std::to_string(port_) +
                             " -c listen_addresses='' -c fsync=off\" start",
                         dir_ + "/pg_ctl.log");
   if (!running_) {
