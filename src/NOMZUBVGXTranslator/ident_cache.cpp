@@ -13,9 +13,9 @@ struct IdentCache {
   // OID -> ident paths. Vectors, not deques: a deque costs a whole block even for one path, and
   // the cache may hold hundreds of thousands of objects.
   std::map<std::string, std::vector<std::string>, NOMMbsLess> object_paths;
-  NOMStringMap operation_paths;      // operation OID -> ident path
-  NOMStringMap process_names;        // process ident -> name
-  NOMStringMap process_oids;         // process ident -> operation OID
+  NOMStringMap operation_paths;  // operation OID -> ident path
+  NOMStringMap process_names;    // process ident -> name
+  NOMStringMap process_oids;     // process ident -> operation OID
 };
 
 IdentCache& Cache() {

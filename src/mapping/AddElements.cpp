@@ -10,8 +10,7 @@ namespace {
 // The value converted from the thread's code page to a BSTR (terminator excluded); null when the
 // conversion could not be made.
 BSTR ToBstr(const std::string& value) {
-  const int needed =
-      nomplat::MultiByteToWideChar(CP_THREAD_ACP, 0, value.c_str(), -1, nullptr, 0);
+  const int needed = nomplat::MultiByteToWideChar(CP_THREAD_ACP, 0, value.c_str(), -1, nullptr, 0);
   if (needed <= 0) return nullptr;
   BSTR text = nomplat::SysAllocStringLen(nullptr, static_cast<UINT>(needed - 1));
   if (text != nullptr &&

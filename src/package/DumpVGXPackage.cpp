@@ -92,8 +92,7 @@ HRESULT NOMSOIUtility::DumpVGXPackage(const std::string& generatorInput,
 void NOMSOIUtility::DumpVGXPackage_ODT(const std::string& /*generatorInput*/,
                                        const std::string& soiDirectory, bool lightMode,
                                        const std::string& /*generatorOption*/,
-                                       const std::string& /*positionMode*/,
-                                       bool generateMapping) {
+                                       const std::string& /*positionMode*/, bool generateMapping) {
   Log("Info:\t DumpVGXPackage_ODT ->>");
   Log("Info:\t Generating VGX Package ...");
   Log("Info:\t Running in ODT mode ...");

@@ -81,8 +81,8 @@ class NOMSOIChildWalk {
 HRESULT NOMSOIUtility::HandleChildrenNodes(IXMLDOMNode* listNode, NOMZUBDOMWrapper& doc,
                                            const std::string& soiDirectory,
                                            const std::string& mainXmlPath) {
-  return NOMSOIChildWalk::Run(*this, NOMSOIChildWalk::Variant::kNormal, listNode, doc,
-                              soiDirectory, mainXmlPath);
+  return NOMSOIChildWalk::Run(*this, NOMSOIChildWalk::Variant::kNormal, listNode, doc, soiDirectory,
+                              mainXmlPath);
 }
 
 HRESULT NOMSOIUtility::HandleChildrenNodes_ODT(IXMLDOMNode* listNode, NOMZUBDOMWrapper& doc,

@@ -10,9 +10,9 @@
 #include <cerrno>
 #include <cstdlib>
 #include <mutex>
+#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -339,8 +339,8 @@ class ListingCache {
     std::unordered_set<std::string> exact;
 
     bool Matches(const struct stat& st) const {
-      return trusted && st.st_dev == dev && st.st_ino == ino &&
-             st.st_mtim.tv_sec == mtime.tv_sec && st.st_mtim.tv_nsec == mtime.tv_nsec;
+      return trusted && st.st_dev == dev && st.st_ino == ino && st.st_mtim.tv_sec == mtime.tv_sec &&
+             st.st_mtim.tv_nsec == mtime.tv_nsec;
     }
     void Stamp(const struct stat& st) {
       dev = st.st_dev;
@@ -356,8 +356,8 @@ class ListingCache {
       closedir(d);
       Stamp(st);
       // Trusted only when the directory's last change is clearly older than the scan.
-      const long long ageNs = (now.tv_sec - st.st_mtim.tv_sec) * 1000000000LL +
-                              (now.tv_nsec - st.st_mtim.tv_nsec);
+      const long long ageNs =
+          (now.tv_sec - st.st_mtim.tv_sec) * 1000000000LL + (now.tv_nsec - st.st_mtim.tv_nsec);
       trusted = ageNs > kTickNs;
       return true;
     }

@@ -68,8 +68,18 @@ class NOM_API NOMZUBDOMWrapper {
 namespace nomzub {
 
 // Which wrapper operation a hook sees.
-enum class DomCall { kOpenDocument, kCreateDocument, kCreateRootNode, kCreateChildNode, kGetNode,
-                     kGetNodes, kGetChildNodes, kGetAttribute, kAddAttribute, kSaveDoc };
+enum class DomCall {
+  kOpenDocument,
+  kCreateDocument,
+  kCreateRootNode,
+  kCreateChildNode,
+  kGetNode,
+  kGetNodes,
+  kGetChildNodes,
+  kGetAttribute,
+  kAddAttribute,
+  kSaveDoc
+};
 
 // Consulted before every wrapper operation, with the operation's main string argument (path,
 // element name or attribute name). Returning a negative code makes the call fail with it, its out

@@ -15,8 +15,8 @@ class NOMSOIUtilityTestPeer {
                               const std::string& main) {
     return u_.HandleChildrenNodes(list, doc, soi, main);
   }
-  HRESULT HandleChildrenNodes_ODT(IXMLDOMNode* list, NOMZUBDOMWrapper& doc,
-                                  const std::string& soi, const std::string& main) {
+  HRESULT HandleChildrenNodes_ODT(IXMLDOMNode* list, NOMZUBDOMWrapper& doc, const std::string& soi,
+                                  const std::string& main) {
     return u_.HandleChildrenNodes_ODT(list, doc, soi, main);
   }
   HRESULT CheckInternalReference(const std::string& doc, const std::string& soi) {
