@@ -19,14 +19,13 @@
 #include <vector>
 
 #include "platform/win32.h"
+#include "platform/winerror.h"
 #include "services/NOMZUBLog.h"
 
 namespace nomplat {
 namespace {
 
 constexpr UINT kFallbackPage = 1252;
-constexpr DWORD kErrorInsufficientBuffer = 122;
-constexpr DWORD kErrorInvalidParameter = 87;
 
 // iconv's name for UTF-16 in the host's byte order (char16_t), and U+FFFD in it.
 #if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__

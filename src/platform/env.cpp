@@ -13,15 +13,10 @@
 #include <vector>
 
 #include "platform/paths.h"
+#include "platform/winerror.h"
 
 namespace nomplat {
 namespace {
-
-constexpr DWORD kErrorFileNotFound = 2;
-constexpr DWORD kErrorPathNotFound = 3;
-constexpr DWORD kErrorAccessDenied = 5;
-constexpr DWORD kErrorSharingViolation = 32;
-constexpr DWORD kErrorFileExists = 80;
 
 // A file descriptor closed when it goes out of scope.
 class Fd {

@@ -17,20 +17,11 @@
 #include <vector>
 
 #include "platform/codepage.h"
+#include "platform/winerror.h"
 #include "services/NOMZUBLog.h"
 
 namespace nomplat {
 namespace {
-
-constexpr DWORD kErrorFileNotFound = 2;
-constexpr DWORD kErrorPathNotFound = 3;
-constexpr DWORD kErrorAccessDenied = 5;
-constexpr DWORD kErrorSharingViolation = 32;
-constexpr DWORD kErrorFileExists = 80;
-constexpr DWORD kErrorDiskFull = 112;
-constexpr DWORD kErrorBadNetPath = 53;
-constexpr DWORD kErrorFilenameTooLong = 206;
-constexpr DWORD kErrorInternal = 1359;
 
 bool IsSeparator(char c) { return c == '\\' || c == '/'; }
 

@@ -4,12 +4,10 @@
 #include <cstring>
 
 #include "platform/env.h"
+#include "platform/winerror.h"
 
 namespace nomplat {
 namespace {
-
-constexpr DWORD kErrorInvalidParameter = 87;
-constexpr DWORD kErrorEnvVarNotFound = 203;
 
 thread_local DWORD t_lastError = 0;
 

@@ -33,6 +33,7 @@ LIBRARY_DIRS = ("lib", "lib/sub", "lib/sub/deep", "x", "qdrive", "qdrive/parts",
 Q_DRIVE = "qdrive"
 SHARE_DIR = "share"
 SHARE_PREFIX = "\\\\srv\\pub"
+OUT_SHARE_PREFIX = "\\\\srv\\out"
 
 MAX_FILES = 30
 
@@ -240,7 +241,8 @@ class Generator:
             inside = "\\".join(components[1:])
             forms += [("Q:\\" + inside, 5), ("q:/" + "/".join(components[1:]), 1), ("Q:" + inside, 1)]
         if components[0] == SHARE_DIR:
-            forms += [(SHARE_PREFIX + "\\" + "\\".join(components[1:]), 6)]
+            inside = "\\" + "\\".join(components[1:])
+            forms += [(SHARE_PREFIX + inside, 6), (self._flip_case(SHARE_PREFIX) + inside, 1)]
         values, weights = zip(*forms)
         value = rng.choices(values, weights)[0]
         separators = [i for i in range(3, len(value)) if value[i] == "\\"]
@@ -391,6 +393,8 @@ class Generator:
         rng = self.rng
         case = self.case
         product_dirs = LIBRARY_DIRS
+        if rng.random() < 0.15:
+            case.drives["R"] = self.work
         if case.mode == "pack":
             package_dir = rng.choices(("pkg", "pkg/inner", "out"), (50, 25, 25))[0]
             out_dir = "out"
@@ -437,9 +441,13 @@ class Generator:
         return case
 
     def _path_form(self, rel, relative_weight):
+        """How a path given to nomsoi is written: absolute, Z:, on drive R: (the work
+        directory), or relative to the working directory."""
         absolute = self.work + "/" + rel
         forms = [(absolute, 10), ("Z:" + absolute.replace("/", "\\"), 5), ("Z:" + absolute, 1),
                  (rel, relative_weight), ("./" + rel, 1)]
+        if "R" in self.case.drives:
+            forms += [("R:\\" + rel.replace("/", "\\"), 5), ("r:/" + rel, 1)]
         values, weights = zip(*forms)
         return self.rng.choices(values, weights)[0]
 
@@ -450,8 +458,8 @@ class Generator:
         if choice < 0.05:
             form += "/"
         elif choice < 0.1:
-            self.case.drives["R"] = self.work
-            form = "R:\\" + out_dir
+            self.case.shares[OUT_SHARE_PREFIX] = os.path.join(self.work, out_dir)
+            form = rng.choice((OUT_SHARE_PREFIX, self._flip_case(OUT_SHARE_PREFIX)))
         elif choice < 0.15 and (out_dir in self.directories or any(
                 f.startswith(out_dir + "/") for f in self.files)):
             form = form[:-len(out_dir)] + out_dir.upper()
