@@ -6,20 +6,20 @@ same files and the same exit status. It works on the real file system: give it a
 package, then compare what it leaves behind with what `nomsoi` leaves behind in a second copy at the
 same place.
 
-Two layers:
+Three layers:
   * the module, on module paths (Windows-style strings with backslashes, drive letters, UNC names);
   * the platform, which turns a module path into a native path (Z:\\ is "/", mapped drives and
     shares, rooted paths, paths relative to the working directory, a unique case-insensitive match
     where a component does not exist with the exact case) and does the file operations with
-    Windows error numbers.
+    Windows error numbers;
+  * the shared-resource manager of the translator library, which copies the files named by
+    Resource elements of the main document and view file and makes those names bare.
 
 Standard library only.
 """
 
 import os
 import re
-import shutil
-import stat
 import xml.etree.ElementTree as ET
 
 S_OK = 0
@@ -32,12 +32,16 @@ ERROR_ACCESS_DENIED = 5
 ERROR_SHARING_VIOLATION = 32
 ERROR_BAD_NETPATH = 53
 
+# The list groups of the main document in the order they are walked: the Ident value, the line
+# before (the last one alone has no trailing blank) and the line after.
 LIST_GROUPS = (
-    # Ident value, line before, line after
-    ("ProductList", "Info:\t Handle Product Child Nodes ... ", "Info:\t Handle Product Child Nodes ... Done!"),
-    ("ResourceList", "Info:\t Handle Resource Child Nodes ... ", "Info:\t Handle Resource Child Nodes ... Done!"),
+    ("ProductList", "Info:\t Handle Product Child Nodes ... ",
+     "Info:\t Handle Product Child Nodes ... Done!"),
+    ("ResourceList", "Info:\t Handle Resource Child Nodes ... ",
+     "Info:\t Handle Resource Child Nodes ... Done!"),
     ("ManufProd", "Info:\t Handle MP Child Nodes ... ", "Info:\t Handle MP Child Nodes ... Done!"),
-    ("PlanningContext", "Info:\t Handle Context Child Nodes ...", "Info:\t Handle Context Child Nodes ... Done!"),
+    ("PlanningContext", "Info:\t Handle Context Child Nodes ...",
+     "Info:\t Handle Context Child Nodes ... Done!"),
 )
 
 UNABLE_TO_OPEN = "Info:\t Unable to open Document - "
@@ -64,6 +68,12 @@ class ReferenceCycle(Exception):
     """The package's product documents refer to each other in a cycle."""
 
 
+def code_page_encoding(code_page):
+    """The Python codec of a code page of the narrow strings."""
+    return {65001: "utf-8", 1252: "cp1252", 932: "cp932", 936: "gbk", 949: "cp949",
+            950: "cp950"}.get(code_page, "cp%d" % code_page)
+
+
 def ascii_lower(text):
     return "".join(c.lower() if "A" <= c <= "Z" else c for c in text)
 
@@ -81,7 +91,7 @@ def fold_case(name):
 class Platform:
     """Maps module paths to native ones and performs the file operations the module asks for."""
 
-    def __init__(self, cwd, drives=None, shares=None, case_sensitive=False):
+    def __init__(self, cwd, drives=None, shares=None, case_sensitive=False, code_page=65001):
         self.cwd = cwd
         self.drives = {"Z": "/"}
         for letter, directory in (drives or {}).items():
@@ -89,6 +99,8 @@ class Platform:
         # "\\server\share" -> native directory; server and share names ignore letter case
         self.shares = {fold_case(prefix): directory for prefix, directory in (shares or {}).items()}
         self.case_sensitive = case_sensitive
+        # The narrow strings' code page; file names on disk are UTF-8 whatever it is.
+        self.encoding = code_page_encoding(code_page)
 
     # Path mapping ---------------------------------------------------------------------------
 
@@ -129,7 +141,8 @@ class Platform:
         current = self.cwd if root is None else root
         for name in names:
             candidate = os.path.join(current, name)
-            if not os.path.lexists(candidate) and not self.case_sensitive and os.path.isdir(current):
+            missing = not os.path.lexists(candidate)
+            if missing and not self.case_sensitive and os.path.isdir(current):
                 wanted = fold_case(name)
                 matches = [entry for entry in os.listdir(current) if fold_case(entry) == wanted]
                 if len(matches) == 1:
@@ -164,7 +177,9 @@ class Platform:
         if dst_native is None:
             return error
         if not os.path.lexists(src_native):
-            return ERROR_FILE_NOT_FOUND if os.path.isdir(os.path.dirname(src_native)) else ERROR_PATH_NOT_FOUND
+            if os.path.isdir(os.path.dirname(src_native)):
+                return ERROR_FILE_NOT_FOUND
+            return ERROR_PATH_NOT_FOUND
         if os.path.isdir(src_native):
             return ERROR_ACCESS_DENIED
         if not os.path.isdir(os.path.dirname(dst_native) or "/"):
@@ -324,14 +339,15 @@ def path_find_file_name(path):
     return path[start:]
 
 
-def geometry_path_of(path):
+def geometry_path_of(path, encoding="utf-8"):
     """The path less its last six characters, followed by "vgxGeom".
 
-    A character of the narrow string is one byte: a name ending in a two-byte character loses
-    part of it, as the cut does not look at what it removes.
+    A character of the narrow string is one byte of it in the code page: the cut does not look at
+    what it removes, so it may split a double-byte character, whose lead byte then pairs with the
+    "v" that follows.
     """
-    data = path.encode("utf-8", "surrogateescape")
-    return data[:-6].decode("utf-8", "surrogateescape") + "vgxGeom"
+    data = path.encode(encoding, "surrogateescape")
+    return (data[:-6] + b"vgxGeom").decode(encoding, "surrogateescape")
 
 
 class Module:
@@ -381,7 +397,7 @@ class Module:
             error = self.platform.copy_file(source, target)
             self.copied_xml_files.append(target)
             self.print_error(source, target, error)
-            geometry = geometry_path_of(source)
+            geometry = geometry_path_of(source, self.platform.encoding)
             geometry_target = soi + tail_from(geometry, geometry.rfind("\\"))
             if self.platform.can_open_for_reading(geometry):
                 error = self.platform.copy_file(geometry, geometry_target)
@@ -412,8 +428,8 @@ class Module:
             error = self.platform.copy_file(value, target)
             self.print_error(value, target, error)
             self.copied_xml_files.append(target)
-            geometry = geometry_path_of(value)
-            target = geometry_path_of(target)
+            geometry = geometry_path_of(value, self.platform.encoding)
+            target = geometry_path_of(target, self.platform.encoding)
             if self.platform.can_open_for_reading(geometry):
                 error = self.platform.copy_file(geometry, target)
                 self.print_error(geometry, target, error)

@@ -7,10 +7,11 @@ needs. The same seed and the same `work` always give the same files.
 A package has a main document "SOI.vgxXml" holding some of the four list groups in a random order,
 product documents spread over a library (plain directories, a mapped drive Q:, a network share
 \\\\srv\\pub), each with or without its geometry file, nested references up to three levels deep
-(no cycles), and references written in every form the module resolves: plain relative, with "/",
-".\\", "..\\", ".\\..\\", "..\\.\\..\\", drive-absolute (Z: is "/"), on the mapped drive (also
-drive-relative "Q:name"), UNC, rooted, with letter-case mismatches, empty or absent, to missing
-documents, with extensions other than ".vgxXml". Sometimes the SOI directory already holds
+(a package whose references close a cycle is replaced, see generate), and references written in
+every form the module resolves: plain relative, with "/", ".\\", "..\\", ".\\..\\", "..\\.\\..\\",
+drive-absolute (Z: is "/"), on the mapped drives (also drive-relative "Q:name"), UNC, rooted, with
+letter-case mismatches and empty components, empty or absent, to missing documents or
+directories, with extensions other than ".vgxXml". Sometimes the SOI directory already holds
 read-only files or a directory where a copy is to land, the main document is read-only, a product
 document is not XML, or the main document and view file name shared resources.
 """
@@ -25,7 +26,12 @@ MODES = ("pack", "odt")
 
 NAMES = ("Frame", "Gear", "Bolt", "Axle", "Wheel", "Robot", "Cell", "Cart", "Drive", "Nut",
          "Plate", "Shaft", "Pump", "Seal", "Motor", "Base", "Arm", "Clamp", "Rail", "Teil\u00e9",
-         "M8x40", "Hub", "Spring", "Cover", "R&D", "O'Ring", "Side Plate")
+         "M8x40", "Hub", "Spring", "Cover", "R&D", "O'Ring", "Side Plate",
+         # In code page 932 each of these holds a double-byte character whose second byte is a
+         # backslash (0x5C) or "|" (0x7C): no path rule may split it there.
+         "\u8868", "\u30bd\u90e8\u54c1", "\u80fd\u529b", "\u5341", "\u4e88\u5099",
+         "\u8868a", "\u30dd\u30f3\u30d7")
+CODE_PAGES = (65001, 932)
 
 # Directories that may hold product documents, relative to the work directory.
 LIBRARY_DIRS = ("lib", "lib/sub", "lib/sub/deep", "x", "qdrive", "qdrive/parts", "share",
@@ -53,9 +59,11 @@ class Case:
         self.out = None
         self.odt_in = None
         self.light = False
+        self.attempt = 0
+        self.code_page = 65001
 
     def global_args(self):
-        args = ["--code-page", "65001"]
+        args = ["--code-page", str(self.code_page)]
         for letter, directory in sorted(self.drives.items()):
             args += ["--drive", letter + "=" + directory]
         for prefix, directory in sorted(self.shares.items()):
@@ -72,7 +80,8 @@ class Case:
         return args + (["--light"] if self.light else [])
 
     def platform(self):
-        return packngo_model.Platform(self.cwd, self.drives, self.shares)
+        return packngo_model.Platform(self.cwd, self.drives, self.shares,
+                                      code_page=self.code_page)
 
     def run_model(self):
         """Runs the model on the package as it lies on disk: (module lines, exit status)."""
@@ -82,13 +91,14 @@ class Case:
 
 
 class Product:
-    def __init__(self, index, name, ext, directory):
-        self.index = index
+    """A product document of the package (or, among the generator's ghosts, a missing one)."""
+
+    def __init__(self, name, ext, directory, encoding):
         self.name = name
+        self.encoding = encoding  # of the narrow strings, for the geometry file's name
         self.ext = ext
         self.directory = directory  # relative to the work directory, "/" separated
-        self.level = 0
-        self.exists = True
+        self.level = 0  # referenced only from documents of a lower level
         self.is_xml = True
         self.empty_file = False
         self.read_only = False
@@ -108,7 +118,7 @@ class Product:
 
     @property
     def geometry_rel_path(self):
-        return packngo_model.geometry_path_of(self.rel_path)
+        return packngo_model.geometry_path_of(self.rel_path, self.encoding)
 
 
 def _xml_attr(value):
@@ -136,13 +146,15 @@ class Generator:
         self.rng = random.Random(name)
         self.work = work
         self.case = Case(seed, mode, work)
+        self.case.code_page = self.rng.choices(CODE_PAGES, (75, 25))[0]
+        self.encoding = packngo_model.code_page_encoding(self.case.code_page)
         self.files = {}  # relative path -> bytes
         self.read_only = set()
         self.directories = set()
         self.products = []
         self.ghosts = []
 
-    # File bookkeeping ---------------------------------------------------------------------------
+    # File bookkeeping ----------------------------------------------------------------------------
 
     def _taken(self, rel_path):
         lowered = packngo_model.ascii_lower(rel_path)
@@ -151,7 +163,7 @@ class Generator:
     def _add_file(self, rel_path, data):
         self.files[rel_path] = data.encode("utf-8") if isinstance(data, str) else data
 
-    # Products -------------------------------------------------------------------------------------
+    # Products ------------------------------------------------------------------------------------
 
     def _new_product(self, directory):
         rng = self.rng
@@ -159,14 +171,25 @@ class Generator:
             if self.products and rng.random() < 0.2:
                 name = rng.choice(self.products).name  # same name elsewhere: the later copy wins
             else:
-                name = rng.choice(NAMES)
+                name = rng.choice(self._names())
             ext = rng.choices((".vgxXml", ".xml", ".VGXXML", ".vgx"), (85, 8, 4, 3))[0]
-            product = Product(len(self.products) + len(self.ghosts), name, ext, directory)
+            product = Product(name, ext, directory, self.encoding)
             paths = {product.rel_path, product.geometry_rel_path}
             if any(self._taken_by_product(p) for p in paths):
                 continue
             return product
         return None
+
+    def _names(self):
+        """The product names that the narrow strings' code page can hold."""
+        names = []
+        for name in NAMES:
+            try:
+                name.encode(self.encoding)
+                names.append(name)
+            except UnicodeEncodeError:
+                pass
+        return names
 
     def _taken_by_product(self, rel_path):
         lowered = packngo_model.ascii_lower(rel_path)
@@ -193,7 +216,6 @@ class Generator:
         for _ in range(rng.choice((0, 0, 1, 2))):
             ghost = self._new_product(rng.choice(product_dirs))
             if ghost is not None:
-                ghost.exists = False
                 ghost.is_directory = rng.random() < 0.2
                 self.ghosts.append(ghost)
         for product in self.products:
@@ -202,7 +224,7 @@ class Generator:
             if candidates and product.is_xml:
                 product.refs = [rng.choice(candidates) for _ in range(rng.choice((0, 1, 1, 2, 3)))]
 
-    # Reference forms ------------------------------------------------------------------------------
+    # Reference forms -----------------------------------------------------------------------------
 
     def _flip_case(self, text):
         rng = self.rng
@@ -239,7 +261,8 @@ class Generator:
                   ("\\" + absolute[1:].replace("/", "\\"), 1)]
         if components[0] == Q_DRIVE:
             inside = "\\".join(components[1:])
-            forms += [("Q:\\" + inside, 5), ("q:/" + "/".join(components[1:]), 1), ("Q:" + inside, 1)]
+            forms += [("Q:\\" + inside, 5), ("q:/" + "/".join(components[1:]), 1),
+                      ("Q:" + inside, 1)]
         if components[0] == SHARE_DIR:
             inside = "\\" + "\\".join(components[1:])
             forms += [(SHARE_PREFIX + inside, 6), (self._flip_case(SHARE_PREFIX) + inside, 1)]
@@ -261,7 +284,8 @@ class Generator:
         elif kind == "absent":
             return attributes
         elif kind == "ghost" or not self.products:
-            ghost = self.ghosts[0] if self.ghosts else Product(99, "Missing", ".vgxXml", "lib")
+            ghost = self.ghosts[0] if self.ghosts else Product("Missing", ".vgxXml", "lib",
+                                                               self.encoding)
             value = self._reference(from_dir, ghost)
         else:
             level0 = [p for p in self.products if p.level == 0]
@@ -271,7 +295,7 @@ class Generator:
             return attributes + [("IsInstanceOf", value)]
         return [("IsInstanceOf", value)] + attributes
 
-    # Documents --------------------------------------------------------------------------------------
+    # Documents -----------------------------------------------------------------------------------
 
     def _product_document(self, product):
         rng = self.rng
@@ -290,7 +314,8 @@ class Generator:
         if product.refs and rng.random() < 0.2:
             kind = rng.choice(("empty", "absent"))
             extra = [("Ident", "Extra")] + ([("IsInstanceOf", "")] if kind == "empty" else [])
-            children.insert(rng.randrange(len(children) + 1), _element("CLitAssyGroup", extra, None, "    "))
+            children.insert(rng.randrange(len(children) + 1),
+                            _element("CLitAssyGroup", extra, None, "    "))
         if product.root_group:
             body = [_element("CLitAssyGroup", [("Ident", product.name), ("Name", product.name)],
                              children, "  ")]
@@ -310,7 +335,7 @@ class Generator:
                   if rng.random() < 0.75]
         rng.shuffle(groups)
         body = []
-        for g, ident in enumerate(groups):
+        for ident in groups:
             children = []
             for n in range(rng.choice((0, 1, 1, 2, 2, 3, 4))):
                 attributes = self._reference_attributes(package_dir, "%s-%d" % (ident[:3], n + 1),
@@ -324,20 +349,23 @@ class Generator:
                 children.append(_element("CLitAssyGroup", attributes, nested, "    "))
             if rng.random() < 0.1 and self.products:
                 note = [("IsInstanceOf", self._reference(package_dir, rng.choice(self.products)))]
-                children.insert(rng.randrange(len(children) + 1), _element("Note", note, None, "    "))
+                children.insert(rng.randrange(len(children) + 1),
+                                _element("Note", note, None, "    "))
             body.append(_element("CLitAssyGroup", [("Ident", ident), ("Name", ident.lower())],
                                  children, "  "))
         if groups and rng.random() < 0.08:  # a later group of the same name is not walked
             body.append(_element("CLitAssyGroup", [("Ident", rng.choice(groups))], [
-                _element("CLitAssyGroup", [("Ident", "Later"), ("IsInstanceOf", "lib\\Later.vgxXml")],
-                         None, "    ")], "  "))
+                _element("CLitAssyGroup",
+                         [("Ident", "Later"), ("IsInstanceOf", "lib\\Later.vgxXml")], None,
+                         "    ")], "  "))
         if body and rng.random() < 0.1:  # list groups need not be children of the root
             body = [_element("Lists", [], [("  " + line + "\n") for b in body
                                            for line in b.rstrip("\n").split("\n")], "  ")]
-        body.append(_element("Process", [("Name", "P")], [
-            _element("Operation", [("OID", "OP-1"), ("Ident", "PRC-1/OP-10")], None, "    ")], "  "))
+        operation = _element("Operation", [("OID", "OP-1"), ("Ident", "PRC-1/OP-10")], None, "    ")
+        body.append(_element("Process", [("Name", "P")], [operation], "  "))
         for value in resources:
-            body.insert(rng.randrange(len(body) + 1), _element("Resource", [("File", value)], None, "  "))
+            body.insert(rng.randrange(len(body) + 1),
+                        _element("Resource", [("File", value)], None, "  "))
         if rng.random() < 0.03:
             # The document element is a list group: its children are the other groups.
             return _document("CLitAssyGroup", [("Ident", rng.choice(
@@ -356,10 +384,11 @@ class Generator:
         rng = self.rng
         children = [_element("View", [("Ident", "PRC-1/OP-10"), ("Camera", "0 0 1")], None, "  ")]
         if rng.random() < 0.6:
-            children.append(_element("Resource", [("File", self._resource(package_dir, 9))], None, "  "))
+            resource = self._resource(package_dir, 9)
+            children.append(_element("Resource", [("File", resource)], None, "  "))
         return _document("VgxViews", [("Document", "Old.vgxXml")], children)
 
-    # SOI directory holding things already -----------------------------------------------------------
+    # SOI directory holding things already --------------------------------------------------------
 
     def _prepare_out(self, out_dir):
         rng = self.rng
@@ -374,20 +403,22 @@ class Generator:
             if rng.random() < 0.3:
                 name = self._flip_case(name)
             rel = out_dir + "/" + name
-            if self._taken(rel) or any(packngo_model.ascii_lower(d) == packngo_model.ascii_lower(rel)
+            lowered = packngo_model.ascii_lower(rel)
+            if self._taken(rel) or any(packngo_model.ascii_lower(d) == lowered
                                        for d in self.directories):
                 continue
             if rng.random() < 0.1:
                 self.directories.add(rel)  # a directory where a copy is to land
                 continue
             content = rng.choice((
-                '<?xml version="1.0"?>\n<VgxDocument>\n  <CLitAssyGroup Ident="Old" IsInstanceOf="a\\Old.vgxXml"/>\n</VgxDocument>\n',
+                '<?xml version="1.0"?>\n<VgxDocument>\n'
+                '  <CLitAssyGroup Ident="Old" IsInstanceOf="a\\Old.vgxXml"/>\n</VgxDocument>\n',
                 '<?xml version="1.0"?>\n<VgxDocument Old="1"/>\n',
                 "old bytes\n"))
             self._add_file(rel, content)
             self.read_only.add(rel)
 
-    # The whole package -------------------------------------------------------------------------------
+    # The whole package ---------------------------------------------------------------------------
 
     def generate(self):
         rng = self.rng
@@ -459,6 +490,7 @@ class Generator:
             form += "/"
         elif choice < 0.1:
             self.case.shares[OUT_SHARE_PREFIX] = os.path.join(self.work, out_dir)
+            self.directories.add(out_dir)  # a share's directory must exist
             form = rng.choice((OUT_SHARE_PREFIX, self._flip_case(OUT_SHARE_PREFIX)))
         elif choice < 0.15 and (out_dir in self.directories or any(
                 f.startswith(out_dir + "/") for f in self.files)):

@@ -23,6 +23,7 @@ import sys
 import tempfile
 import xml.etree.ElementTree as ET
 
+sys.dont_write_bytecode = True  # leave no __pycache__ in the source tree
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 
 import packngo_model  # noqa: E402
@@ -117,13 +118,13 @@ def format_lines(lines):
     return ["%d\t%s" % (level, message) for level, message in lines]
 
 
-def module_lines(log_path):
-    """The level-0 and level-1 records of a raw log."""
+def module_lines(log_path, encoding):
+    """The level-0 and level-1 records of a raw log written in the given code page."""
     lines = []
     if not os.path.exists(log_path):
         return lines
     with open(log_path, "rb") as handle:
-        for record in handle.read().decode("utf-8", "surrogateescape").split("\n"):
+        for record in handle.read().decode(encoding, "surrogateescape").split("\n"):
             if not record:
                 continue
             level, _, message = record.partition("\t")
@@ -172,7 +173,7 @@ def run_seed(nomsoi, seed, mode, scratch):
     process = subprocess.run(command, cwd=case.cwd, env=clean_environment(),
                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                              stderr=subprocess.PIPE, timeout=60)
-    actual_lines = module_lines(log_path)
+    actual_lines = module_lines(log_path, case.platform().encoding)
     actual_files = snapshot(work)
 
     problems = []
@@ -283,7 +284,7 @@ def main(argv=None):
     if len(failures) > args.max_failures:
         print("... and %d more failing seeds: %s" % (
             len(failures) - args.max_failures,
-            " ".join("%s:%d" % (mode, seed) for seed, mode, _, _, _ in failures[args.max_failures:])))
+            " ".join("%s:%d" % (r[1], r[0]) for r in failures[args.max_failures:])))
     print("%d of %d runs agree with the model" % (len(results) - len(failures), len(results)))
     return 0 if not failures else 1
 
