@@ -133,6 +133,71 @@ TEST_F(DomWrapperTest, Dom_OpenDocument_EmptyFile_FailsWithoutDocumentElement) {
                                             ": No document element found at offset 0"));
 }
 
+// Documents pugixml would take but XML forbids are refused like any other malformed one.
+class DomWrapperWellFormedTest : public DomWrapperTest {
+ protected:
+  // Opens text and returns the level-2 cause, after checking that the opening failed.
+  std::string Refusal(const std::string& text) {
+    NOMZUBDOMWrapper doc;
+    const std::string path = Write("bad.xml", text);
+    EXPECT_EQ(doc.OpenDocument(path), E_FAIL);
+    EXPECT_FALSE(doc.HasDocument());
+    const std::vector<std::string> lines = log_.messages(2);
+    const std::string prefix = "****** ERROR:\t Cannot parse XML document " + path + ": ";
+    if (lines.size() != 1 || lines[0].compare(0, prefix.size(), prefix) != 0) return "<no cause>";
+    return lines[0].substr(prefix.size());
+  }
+};
+
+TEST_F(DomWrapperWellFormedTest, Dom_OpenDocument_BareAmpersand_Refused) {
+  EXPECT_EQ(Refusal("<a Name=\"R&D\"/>"), "'&' starts no reference at offset 10");
+}
+
+TEST_F(DomWrapperWellFormedTest, Dom_OpenDocument_UndefinedEntityInText_Refused) {
+  EXPECT_EQ(Refusal("<a>&nbsp;</a>"), "'&' starts no reference at offset 3");
+}
+
+TEST_F(DomWrapperWellFormedTest, Dom_OpenDocument_LessThanInAttributeValue_Refused) {
+  EXPECT_EQ(Refusal("<a b='x<y'/>"), "'<' in an attribute value at offset 7");
+}
+
+TEST_F(DomWrapperWellFormedTest, Dom_OpenDocument_CdataEndInText_Refused) {
+  EXPECT_EQ(Refusal("<a>x]]>y</a>"), "']]>' in text at offset 4");
+}
+
+TEST_F(DomWrapperWellFormedTest, Dom_OpenDocument_TwoDocumentElements_Refused) {
+  EXPECT_EQ(Refusal("<a/><b/>"), "more than one document element");
+}
+
+TEST_F(DomWrapperWellFormedTest, Dom_OpenDocument_TextAfterDocumentElement_Refused) {
+  EXPECT_EQ(Refusal("<a/>\ntrailing\n"), "text outside the document element at offset 5");
+}
+
+TEST_F(DomWrapperWellFormedTest, Dom_OpenDocument_DuplicateAttribute_Refused) {
+  EXPECT_EQ(Refusal("<a><b x='1' x='2'/></a>"), "attribute 'x' twice on element 'b'");
+}
+
+TEST_F(DomWrapperWellFormedTest, Dom_OpenDocument_ReferencesCommentsAndCdata_Accepted) {
+  NOMZUBDOMWrapper doc;
+  const std::string text =
+      "<?xml version=\"1.0\"?>\n<!-- R&D < x -->\n<a n=\"&amp;&lt;&#65;&#x42;&quot;&apos;&gt;\">"
+      "<![CDATA[ & < ]]>&amp;<?pi & ?></a>\n";
+  const std::string path = Write("good.xml", text);
+  ASSERT_EQ(doc.OpenDocument(path), S_OK);
+  IXMLDOMNode* a = nullptr;
+  ASSERT_EQ(doc.GetNode("a", &a, "n", "&<AB\"'>"), S_OK);
+  ASSERT_NE(a, nullptr);
+  a->Release();
+  EXPECT_TRUE(log_.messages(2).empty());
+}
+
+TEST_F(DomWrapperWellFormedTest, Dom_OpenDocument_InternalSubsetEntity_Accepted) {
+  NOMZUBDOMWrapper doc;
+  const std::string path =
+      Write("dtd.xml", "<!DOCTYPE a [<!ENTITY co \"R&amp;D\">]>\n<a>&co;</a>\n");
+  EXPECT_EQ(doc.OpenDocument(path), S_OK);
+}
+
 TEST_F(DomWrapperTest, Dom_OpenDocument_FailureDropsEarlierDocument) {
   NOMZUBDOMWrapper doc;
   Open(doc, "<a/>");

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "NOMZUBVGXTranslator/error_text.h"
+#include "NOMZUBVGXTranslator/well_formed.h"
 #include "NOMZUBVGXTranslator/xml_handles.h"
 #include "platform/codepage.h"
 #include "platform/env.h"
@@ -164,11 +165,16 @@ HRESULT NOMZUBDOMWrapper::OpenDocument(const std::string& path) {
     return HRESULT_FROM_WIN32(error);
   }
   document->line_end = nomzub::LineEndOf(document->buffer);
-  const pugi::xml_parse_result parsed = document->xml.load_buffer_inplace(
-      document->buffer.data(), document->buffer.size(), nomzub::kParseOptions);
-  if (!parsed) {
-    nomzub::LogServiceError("Cannot parse XML document " + path + ": " + parsed.description() +
-                            " at offset " + std::to_string(parsed.offset));
+  std::string problem = nomzub::CheckRawText(document->buffer);
+  if (problem.empty()) {
+    const pugi::xml_parse_result parsed = document->xml.load_buffer_inplace(
+        document->buffer.data(), document->buffer.size(), nomzub::kParseOptions);
+    problem =
+        parsed ? nomzub::CheckTree(document->xml)
+               : std::string(parsed.description()) + " at offset " + std::to_string(parsed.offset);
+  }
+  if (!problem.empty()) {
+    nomzub::LogServiceError("Cannot parse XML document " + path + ": " + problem);
     return E_FAIL;
   }
   impl_->document = std::move(document);
