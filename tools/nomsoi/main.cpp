@@ -1,4 +1,7 @@
 // nomsoi: the command-line host of the NOMVGXGenBase module.
+#include <cstdio>
+#include <exception>
+
 #include "commands.h"
 
 int main(int argc, char** argv) {
@@ -26,7 +29,14 @@ int main(int argc, char** argv) {
   }
   if (int status = nomsoi::ApplyGlobalOptions(globals)) return status;
   for (const nomsoi::Command& command : commands) {
-    if (command.app->parsed()) return command.run();
+    if (!command.app->parsed()) continue;
+    try {
+      return command.run();
+    } catch (const std::exception& error) {
+      // Out of memory in the module: say so rather than abort.
+      std::fprintf(stderr, "nomsoi %s: %s\n", command.app->get_name().c_str(), error.what());
+      return nomsoi::kExitFailed;
+    }
   }
   return nomsoi::kExitUsage;
 }
