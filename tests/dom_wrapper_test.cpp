@@ -4,12 +4,12 @@
 #include <sys/stat.h>
 
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "platform/codepage.h"
 #include "platform/env.h"
 #include "services/NOMZUBDOMWrapper.h"
+#include "support/driver_fakes.h"
 #include "support/test_support.h"
 
 namespace {
@@ -74,23 +74,6 @@ class DomWrapperTest : public ::testing::Test {
 
   TempDir dir_;
   LogCapture log_;
-};
-
-// Records every call it sees and fails the chosen operation.
-class RecordingHook : public nomzub::DomHook {
- public:
-  RecordingHook() : previous_(nomzub::SetDomHook(this)) {}
-  ~RecordingHook() override { nomzub::SetDomHook(previous_); }
-  HRESULT Before(DomCall call, const std::string& argument) override {
-    calls.emplace_back(call, argument);
-    return call == fail_call ? fail_code : S_OK;
-  }
-  std::vector<std::pair<DomCall, std::string>> calls;
-  DomCall fail_call = DomCall::kOpenDocument;
-  HRESULT fail_code = S_OK;
-
- private:
-  nomzub::DomHook* previous_;
 };
 
 TEST_F(DomWrapperTest, Dom_OpenDocument_ExistingFile_HoldsDocumentAndPath) {
@@ -708,7 +691,7 @@ TEST_F(DomWrapperTest, Dom_PutText_ElementWithChildElements_FailsAndKeepsThem) {
 }
 
 TEST_F(DomWrapperTest, Dom_Hook_SeesEachOperationWithItsMainArgument) {
-  RecordingHook hook;
+  nomtest::RecordingDomHook hook;
   NOMZUBDOMWrapper doc;
   const std::string path = Write("doc.xml", "<R/>");
   doc.OpenDocument(path);
@@ -725,8 +708,8 @@ TEST_F(DomWrapperTest, Dom_Hook_SeesEachOperationWithItsMainArgument) {
   doc.SaveDoc(path);
   doc.CreateDocument();
   doc.CreateRootNode("F", node.out());
-  using P = std::pair<DomCall, std::string>;
-  EXPECT_THAT(hook.calls,
+  using P = nomtest::DomCallRecord;
+  EXPECT_THAT(hook.records(),
               ElementsAre(P{DomCall::kOpenDocument, path}, P{DomCall::kGetNode, "R"},
                           P{DomCall::kGetNodes, "C"}, P{DomCall::kGetChildNodes, "D"},
                           P{DomCall::kGetAttribute, "a"}, P{DomCall::kAddAttribute, "b"},
@@ -740,9 +723,8 @@ TEST_F(DomWrapperTest, Dom_Hook_FailingCreateChildNode_FailsWithItsCodeAndChange
   Held<IXMLDOMNode> root, view;
   ASSERT_EQ(doc.CreateRootNode("Root", root.out()), S_OK);
   {
-    RecordingHook hook;
-    hook.fail_call = DomCall::kCreateChildNode;
-    hook.fail_code = E_OUTOFMEMORY;
+    nomtest::RecordingDomHook hook;
+    hook.FailAll(DomCall::kCreateChildNode, E_OUTOFMEMORY);
     EXPECT_EQ(doc.CreateChildNode(root.get(), "View", view.out()), E_OUTOFMEMORY);
     EXPECT_EQ(view.get(), nullptr);
   }
@@ -752,9 +734,8 @@ TEST_F(DomWrapperTest, Dom_Hook_FailingCreateChildNode_FailsWithItsCodeAndChange
 TEST_F(DomWrapperTest, Dom_Hook_FailingOpenDocument_KeepsHeldDocumentAndPath) {
   NOMZUBDOMWrapper doc;
   const std::string path = Open(doc, "<R/>");
-  RecordingHook hook;
-  hook.fail_call = DomCall::kOpenDocument;
-  hook.fail_code = E_FAIL;
+  nomtest::RecordingDomHook hook;
+  hook.FailAll(DomCall::kOpenDocument, E_FAIL);
   EXPECT_EQ(doc.OpenDocument(ZPath(dir_.Sub("other.xml"))), E_FAIL);
   EXPECT_TRUE(doc.HasDocument());
   EXPECT_EQ(doc.DocumentPath(), path);
@@ -765,9 +746,8 @@ TEST_F(DomWrapperTest, Dom_Hook_FailingGetAttribute_LeavesValueUnchanged) {
   Open(doc, "<R a=\"1\"/>");
   Held<IXMLDOMNode> root;
   ASSERT_EQ(doc.GetRootNode(root.out()), S_OK);
-  RecordingHook hook;
-  hook.fail_call = DomCall::kGetAttribute;
-  hook.fail_code = E_ACCESSDENIED;
+  nomtest::RecordingDomHook hook;
+  hook.FailAll(DomCall::kGetAttribute, E_ACCESSDENIED);
   std::string value = "kept";
   EXPECT_EQ(doc.GetAttribute(root.get(), "a", value), E_ACCESSDENIED);
   EXPECT_EQ(value, "kept");

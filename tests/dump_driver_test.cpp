@@ -49,7 +49,7 @@ class DumpDriverTest : public ::testing::Test {
   // The generator has left a package without list groups in the SOI directory: Pack & Go, when
   // it runs, saves it and returns 0.
   void SetUp() override {
-    nomtest::WriteMainDocument(soi_.Sub("SOI.vgxXml"), {});
+    nomtest::WriteFile(soi_.Sub("SOI.vgxXml"), nomtest::MainDocument({}));
     nomzub::RegisterPackage(ZPath(soi_.Sub("SOI.vgxXml")), "");
   }
 

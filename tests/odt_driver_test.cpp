@@ -59,7 +59,7 @@ class OdtDriverTest : public ::testing::Test {
  protected:
   // Writes the extracted package's main document under the input directory.
   void WritePackage(const std::vector<ListGroup>& groups) {
-    nomtest::WriteMainDocument(Extracted("SOI.vgxXml"), groups);
+    nomtest::WriteFile(Extracted("SOI.vgxXml"), nomtest::MainDocument(groups));
   }
   // A file of the extracted package directory (native).
   std::string Extracted(const std::string& name) const {
@@ -277,7 +277,7 @@ TEST_F(OdtDriverTest, Odt_MainDocumentCannotBeSaved_NotReported) {
 
 TEST_F(OdtDriverTest, Odt_LightModeWithEarlierCopies_RelativePathsStillUpdated) {
   nomtest::WriteFile(soi_.Sub("Earlier.vgxXml"),
-                     nomtest::ProductBody({"..\\Geo\\Part.vgxXml", "C:/Lib/Bolt.vgxXml"}));
+                     nomtest::AssemblyDocument({"..\\Geo\\Part.vgxXml", "C:/Lib/Bolt.vgxXml"}));
   NOMSOIUtilityTestPeer(utility_).CopiedXmlFiles() = {Soi() + "\\Earlier.vgxXml"};
   Run(true, false);
   EXPECT_THAT(nomtest::InstanceReferences(soi_.Sub("Earlier.vgxXml")),
@@ -294,7 +294,8 @@ TEST_F(OdtDriverTest, Odt_ProductReferenced_CopiedListedAndMainDocumentAttribute
   EXPECT_EQ(nomtest::ReadFile(soi_.Sub("Part.vgxGeom")), "glTF-Part");
   EXPECT_THAT(NOMSOIUtilityTestPeer(utility_).CopiedXmlFiles(),
               ElementsAre(Soi() + "\\Part.vgxXml"));
-  EXPECT_THAT(nomtest::InstanceReferences(Extracted("SOI.vgxXml")), ElementsAre("./Part.vgxXml"));
+  EXPECT_THAT(nomtest::ListReferences(Extracted("SOI.vgxXml"), "ProductList"),
+              ElementsAre("./Part.vgxXml"));
   EXPECT_THAT(ModuleLines(log_),
               ElementsAreArray(
                   Concat({Prologue(InputDir()),

@@ -28,6 +28,7 @@ using nomzub::DomCall;
 using pk::AssemblyDocument;
 using pk::CopyCall;
 using pk::CopyError;
+using pk::Count;
 using pk::InfoLine;
 using pk::kAbsent;
 using pk::LeafDocument;
@@ -36,20 +37,13 @@ using Strings = std::vector<std::string>;
 using List = std::deque<std::string>;
 using Lines = std::vector<LogLine>;
 
-LogLine Count(int n) { return InfoLine("Nb Child Nodes: " + std::to_string(n)); }
-
-class HandleChildrenNodes : public ::testing::Test {
+class HandleChildrenNodes : public pk::PackNGoFixture {
  protected:
+  HandleChildrenNodes() : PackNGoFixture("out") {}
+
   void SetUp() override { nomtest::WriteFile(dir_.Sub("out/.keep"), ""); }
   void TearDown() override { ReleaseList(); }
 
-  // Writes a product document (relative native path) and, unless told otherwise, its geometry.
-  void Product(const std::string& rel, const std::string& contents, bool geometry = true) {
-    nomtest::WriteFile(dir_.Sub(rel), contents);
-    if (geometry) {
-      nomtest::WriteFile(dir_.Sub(rel.substr(0, rel.size() - 6) + "vgxGeom"), "glb:" + rel);
-    }
-  }
   // Writes the main document pkg/SOI.vgxXml with a product list holding these references, opens
   // it and looks the list group up.
   void Main(const Strings& references) {
@@ -68,25 +62,10 @@ class HandleChildrenNodes : public ::testing::Test {
   // The references of the list group's children as the open document now holds them.
   Strings References() { return pk::ChildReferences(doc_, list_); }
 
-  std::string M(const std::string& rel) const { return nomtest::ZPath(dir_.Sub(rel)); }
-  std::string Out(const std::string& name) const { return soi_ + "\\" + name; }
-  Strings OutFiles() const {
-    Strings names;
-    for (const std::string& n : nomtest::ListDir(dir_.Sub("out"))) {
-      if (n != ".keep") names.push_back(n);
-    }
-    return names;
-  }
-
-  nomtest::LogCapture log_;
-  nomtest::TempDir dir_;
-  std::string soi_ = nomtest::ZPath(dir_.Sub("out"));
   std::string mainPath_ = nomtest::ZPath(dir_.Sub("pkg/SOI.vgxXml"));
   std::string mainContents_;
   NOMZUBDOMWrapper doc_;
   IXMLDOMNode* list_ = nullptr;
-  NOMSOIUtility utility_;
-  NOMSOIUtilityTestPeer peer_{utility_};
 };
 
 class HandleChildrenNodesODT : public HandleChildrenNodes {};

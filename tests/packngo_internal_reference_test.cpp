@@ -33,38 +33,13 @@ using pk::UnableToOpen;
 using Strings = std::vector<std::string>;
 using List = std::deque<std::string>;
 
-class CheckInternalReference : public ::testing::Test {
+class CheckInternalReference : public pk::PackNGoFixture {
  protected:
+  CheckInternalReference() : PackNGoFixture("out") {}
+
   void SetUp() override { nomtest::WriteFile(dir_.Sub("out/.keep"), ""); }
 
-  // Writes a product document under the temporary directory (relative native path) and, unless
-  // told otherwise, its geometry file (the same name ending in .vgxGeom).
-  void Product(const std::string& rel, const std::string& contents, bool geometry = true) {
-    nomtest::WriteFile(dir_.Sub(rel), contents);
-    if (geometry) nomtest::WriteFile(dir_.Sub(Geometry(rel)), "glb:" + rel);
-  }
-  static std::string Geometry(const std::string& path) {
-    return path.substr(0, path.size() - 6) + "vgxGeom";
-  }
-  // The module path of a file under the temporary directory ("lib/a" -> "Z:\...\lib\a").
-  std::string M(const std::string& rel) const { return nomtest::ZPath(dir_.Sub(rel)); }
-  // The module path of a file in the SOI directory.
-  std::string Out(const std::string& name) const { return soi_ + "\\" + name; }
-  // The files in the SOI directory.
-  Strings OutFiles() const {
-    Strings names;
-    for (const std::string& n : nomtest::ListDir(dir_.Sub("out"))) {
-      if (n != ".keep") names.push_back(n);
-    }
-    return names;
-  }
   HRESULT Run(const std::string& docRel) { return peer_.CheckInternalReference(M(docRel), soi_); }
-
-  nomtest::LogCapture log_;
-  nomtest::TempDir dir_;
-  std::string soi_ = nomtest::ZPath(dir_.Sub("out"));
-  NOMSOIUtility utility_;
-  NOMSOIUtilityTestPeer peer_{utility_};
 };
 
 TEST_F(CheckInternalReference, NoGroupElement_CopiesNothingAndReturnsOpeningResult) {

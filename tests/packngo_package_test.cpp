@@ -29,40 +29,25 @@ using nomtest::ListGroup;
 using nomtest::LogLine;
 using pk::AssemblyDocument;
 using pk::CopyError;
+using pk::Count;
+using pk::Done;
 using pk::InfoLine;
 using pk::kAbsent;
 using pk::LeafDocument;
+using pk::Start;
 using pk::UnableToOpen;
 using Strings = std::vector<std::string>;
 using List = std::deque<std::string>;
 using Lines = std::vector<LogLine>;
 
-LogLine Start(const std::string& list) {
-  return {1, "Info:\t Handle " + list + " Child Nodes ..." + (list == "Context" ? "" : " ")};
-}
-LogLine Done(const std::string& list) {
-  return {1, "Info:\t Handle " + list + " Child Nodes ... Done!"};
-}
-LogLine Count(int n) { return InfoLine("Nb Child Nodes: " + std::to_string(n)); }
-const LogLine kUpdating =
-    InfoLine("Updating the relative paths in extracted <KRTProduct>.vgxXml files...");
-const LogLine kUpdated = InfoLine("Updation of relative paths done...");
-
 // A product document that is an assembly group without a reference of its own: it is walked,
 // and its update succeeds (one element, written back with an empty reference).
 std::string LoneGroup() { return AssemblyDocument({kAbsent}); }
 
-class PackagePack : public ::testing::Test {
+class PackagePack : public pk::PackNGoFixture {
  protected:
-  // Writes a product document (native path relative to the temporary directory) and its
-  // geometry file, whose content names the document so that copies can be told apart.
-  void Product(const std::string& rel, const std::string& contents, bool geometry = true) {
-    nomtest::WriteFile(dir_.Sub(rel), contents);
-    if (geometry) nomtest::WriteFile(dir_.Sub(GeometryOf(rel)), "glb:" + rel);
-  }
-  static std::string GeometryOf(const std::string& rel) {
-    return rel.substr(0, rel.size() - 6) + "vgxGeom";
-  }
+  PackagePack() : PackNGoFixture("pkg") {}
+
   // Writes pkg/SOI.vgxXml and pkg/SOI.vgxView and registers them as the last package.
   void Package(const std::vector<ListGroup>& lists) {
     nomtest::WriteFile(dir_.Sub("pkg/SOI.vgxXml"), pk::MainDocument(lists));
@@ -77,8 +62,8 @@ class PackagePack : public ::testing::Test {
     Product(productRel, LoneGroup());
     Package({{"ProductList", {reference}}});
     EXPECT_EQ(utility_.PackNGo(soi_), S_OK);
-    EXPECT_EQ(nomtest::ModuleLines(log_),
-              (Lines{Start("Product"), Count(1), Done("Product"), kUpdating, kUpdated}));
+    EXPECT_EQ(nomtest::ModuleLines(log_), (Lines{Start("Product"), Count(1), Done("Product"),
+                                                 pk::UpdatingLine(), pk::UpdatedLine()}));
     const std::string geometry = GeometryOf(name);
     EXPECT_TRUE(nomtest::FileExists(dir_.Sub("pkg/" + name))) << name;
     EXPECT_EQ(nomtest::ReadFile(dir_.Sub("pkg/" + geometry)), "glb:" + productRel);
@@ -87,16 +72,9 @@ class PackagePack : public ::testing::Test {
     EXPECT_EQ(pk::InstanceReferences(dir_.Sub("pkg/" + name)), Strings{""});
   }
 
-  std::string M(const std::string& rel) const { return nomtest::ZPath(dir_.Sub(rel)); }
-  std::string Out(const std::string& name) const { return soi_ + "\\" + name; }
   void TearDown() override { nomzub::ClearPackage(); }
 
   nomplat::ScopedPathMaps maps_;
-  nomtest::LogCapture log_;
-  nomtest::TempDir dir_;
-  std::string soi_ = nomtest::ZPath(dir_.Sub("pkg"));
-  NOMSOIUtility utility_;
-  NOMSOIUtilityTestPeer peer_{utility_};
 };
 
 // --- One reference form at a time. ---
@@ -151,7 +129,7 @@ TEST_F(PackagePack, MissingProductDocument_LoggedSkippedReferenceKept) {
   EXPECT_EQ(utility_.PackNGo(soi_), S_OK);
   EXPECT_EQ(nomtest::ModuleLines(log_),
             (Lines{Start("Product"), Count(1), UnableToOpen(M("lib/Missing.vgxXml")),
-                   Done("Product"), kUpdating, kUpdated}));
+                   Done("Product"), pk::UpdatingLine(), pk::UpdatedLine()}));
   EXPECT_EQ(nomtest::ListDir(dir_.Sub("pkg")), (Strings{"SOI.vgxView", "SOI.vgxXml"}));
   EXPECT_EQ(peer_.CopiedXmlFiles(), List{});
   EXPECT_EQ(pk::ListReferences(dir_.Sub("pkg/SOI.vgxXml"), "ProductList"),
@@ -164,7 +142,7 @@ TEST_F(PackagePack, MissingGeometry_DocumentStillCopiedAndRewritten) {
   EXPECT_EQ(utility_.PackNGo(soi_), S_OK);
   EXPECT_EQ(nomtest::ModuleLines(log_),
             (Lines{Start("Product"), Count(1), UnableToOpen(M("lib/NoGeom.vgxGeom")),
-                   Done("Product"), kUpdating, kUpdated}));
+                   Done("Product"), pk::UpdatingLine(), pk::UpdatedLine()}));
   EXPECT_EQ(nomtest::ListDir(dir_.Sub("pkg")),
             (Strings{"NoGeom.vgxXml", "SOI.vgxView", "SOI.vgxXml"}));
   EXPECT_EQ(peer_.CopiedXmlFiles(), List{Out("NoGeom.vgxXml")});
@@ -183,7 +161,7 @@ TEST_F(PackagePack, ReadOnlyTarget_ReportedListedRewrittenLeftAsItWas) {
   EXPECT_EQ(nomtest::ModuleLines(log_),
             (Lines{Start("Product"), Count(1),
                    CopyError(M("lib/Locked.vgxXml"), Out("Locked.vgxXml"), "Access Denied"),
-                   Done("Product"), kUpdating, kUpdated}));
+                   Done("Product"), pk::UpdatingLine(), pk::UpdatedLine()}));
   EXPECT_EQ(nomtest::ReadFile(dir_.Sub("pkg/Locked.vgxXml")), old);
   EXPECT_EQ(nomtest::ReadFile(dir_.Sub("pkg/Locked.vgxGeom")), "glb:lib/Locked.vgxXml");
   EXPECT_EQ(peer_.CopiedXmlFiles(), List{Out("Locked.vgxXml")});
@@ -199,8 +177,8 @@ TEST_F(PackagePack, ChainThreeDeep_EveryLevelCopiedFlatAndRewritten) {
   Package({{"ProductList", {"../lib/A.vgxXml"}}});
   // The last copy, D, refers to nothing, and that is what the result reports.
   EXPECT_EQ(utility_.PackNGo(soi_), E_FAIL);
-  EXPECT_EQ(nomtest::ModuleLines(log_),
-            (Lines{Start("Product"), Count(1), Done("Product"), kUpdating, kUpdated}));
+  EXPECT_EQ(nomtest::ModuleLines(log_), (Lines{Start("Product"), Count(1), Done("Product"),
+                                               pk::UpdatingLine(), pk::UpdatedLine()}));
   EXPECT_EQ(peer_.CopiedXmlFiles(),
             (List{Out("A.vgxXml"), Out("B.vgxXml"), Out("C.vgxXml"), Out("D.vgxXml")}));
   EXPECT_EQ(pk::InstanceReferences(dir_.Sub("pkg/A.vgxXml")), Strings{"B.vgxXml"});
@@ -217,7 +195,7 @@ TEST_F(PackagePack, ProductReferencedTwice_CopiedAndListedTwice) {
   EXPECT_EQ(utility_.PackNGo(soi_), S_OK);
   EXPECT_EQ(nomtest::ModuleLines(log_),
             (Lines{Start("Product"), Count(1), Done("Product"), Start("Resource"), Count(1),
-                   Done("Resource"), kUpdating, kUpdated}));
+                   Done("Resource"), pk::UpdatingLine(), pk::UpdatedLine()}));
   EXPECT_EQ(peer_.CopiedXmlFiles(), (List{Out("Twice.vgxXml"), Out("Twice.vgxXml")}));
   EXPECT_EQ(pk::ListReferences(dir_.Sub("pkg/SOI.vgxXml"), "ProductList"), Strings{"Twice.vgxXml"});
   EXPECT_EQ(pk::ListReferences(dir_.Sub("pkg/SOI.vgxXml"), "ResourceList"),
@@ -267,7 +245,7 @@ TEST_F(PackagePack, EveryForm_FlatPackageExactLinesAndReferences) {
                    UnableToOpen(M("pkg/parts/NoGeom.vgxGeom")),
                    CopyError(M("pkg/parts/Locked.vgxXml"), Out("Locked.vgxXml"), "Access Denied"),
                    Done("Product"), Start("Resource"), Count(1), Done("Resource"), Start("MP"),
-                   Count(1), Done("MP"), kUpdating, kUpdated}));
+                   Count(1), Done("MP"), pk::UpdatingLine(), pk::UpdatedLine()}));
 
   EXPECT_EQ(peer_.CopiedXmlFiles(),
             (List{Out("Plain.vgxXml"), Out("Bolt.vgxXml"), Out("Dot.vgxXml"), Out("A.vgxXml"),
@@ -331,8 +309,8 @@ TEST_F(PackagePack, CodePage932_TrailByteFolderResolvedCopiedAndRewritten) {
   Package({{"ProductList", {std::string("parts/") + kHyoUtf8 + "/" + kHyoUtf8 + ".vgxXml"}}});
 
   EXPECT_EQ(utility_.PackNGo(soi_), S_OK);
-  EXPECT_EQ(nomtest::ModuleLines(log_),
-            (Lines{Start("Product"), Count(1), Done("Product"), kUpdating, kUpdated}));
+  EXPECT_EQ(nomtest::ModuleLines(log_), (Lines{Start("Product"), Count(1), Done("Product"),
+                                               pk::UpdatingLine(), pk::UpdatedLine()}));
   EXPECT_EQ(peer_.CopiedXmlFiles(), (List{Out(std::string(kHyo932) + ".vgxXml"),
                                           Out(std::string(kHyo932) + "Sub.vgxXml")}));
   Strings files = {"parts",
@@ -360,7 +338,7 @@ TEST_F(PackagePack, CodePage932_MissingProductLineNamesPathInCodePage) {
   EXPECT_EQ(nomtest::ModuleLines(log_),
             (Lines{Start("Product"), Count(1),
                    UnableToOpen(M("pkg/parts") + "\\" + kHyo932 + "\\Gone.vgxXml"), Done("Product"),
-                   kUpdating, kUpdated}));
+                   pk::UpdatingLine(), pk::UpdatedLine()}));
 }
 
 }  // namespace

@@ -27,27 +27,20 @@ using nomtest::ListGroup;
 using nomtest::LogLine;
 using nomzub::DomCall;
 using pk::AssemblyDocument;
+using pk::Count;
+using pk::Done;
 using pk::InfoLine;
 using pk::LeafDocument;
 using pk::MainDocument;
+using pk::Start;
 using Strings = std::vector<std::string>;
 using List = std::deque<std::string>;
 using Lines = std::vector<LogLine>;
 
-LogLine Start(const std::string& list) {
-  // Only the planning-context line has no blank after the dots.
-  return {1, "Info:\t Handle " + list + " Child Nodes ..." + (list == "Context" ? "" : " ")};
-}
-LogLine Done(const std::string& list) {
-  return {1, "Info:\t Handle " + list + " Child Nodes ... Done!"};
-}
-LogLine Count(int n) { return InfoLine("Nb Child Nodes: " + std::to_string(n)); }
-const LogLine kUpdating =
-    InfoLine("Updating the relative paths in extracted <KRTProduct>.vgxXml files...");
-const LogLine kUpdated = InfoLine("Updation of relative paths done...");
-
-class PackNGo : public ::testing::Test {
+class PackNGo : public pk::PackNGoFixture {
  protected:
+  PackNGo() : PackNGoFixture("out") {}
+
   void TearDown() override { nomzub::ClearPackage(); }
 
   // Writes out/SOI.vgxXml with the given lists and registers it (with out/SOI.vgxView when a view
@@ -57,13 +50,6 @@ class PackNGo : public ::testing::Test {
     if (view) nomtest::WriteFile(dir_.Sub("out/SOI.vgxView"), pk::ViewDocument());
     nomzub::RegisterPackage(mainPath_, view ? viewPath_ : "");
   }
-  void Product(const std::string& rel, const std::string& contents) {
-    nomtest::WriteFile(dir_.Sub(rel), contents);
-    nomtest::WriteFile(dir_.Sub(rel.substr(0, rel.size() - 6) + "vgxGeom"), "glb:" + rel);
-  }
-  std::string M(const std::string& rel) const { return nomtest::ZPath(dir_.Sub(rel)); }
-  std::string Out(const std::string& name) const { return soi_ + "\\" + name; }
-  Strings OutFiles() const { return nomtest::ListDir(dir_.Sub("out")); }
   // What saving the main document as it is on disk now gives, through a wrapper of its own.
   HRESULT MainSaveResult() {
     NOMZUBDOMWrapper probe;
@@ -71,13 +57,8 @@ class PackNGo : public ::testing::Test {
     return probe.SaveDoc(mainPath_);
   }
 
-  nomtest::LogCapture log_;
-  nomtest::TempDir dir_;
-  std::string soi_ = nomtest::ZPath(dir_.Sub("out"));
   std::string mainPath_ = nomtest::ZPath(dir_.Sub("out/SOI.vgxXml"));
   std::string viewPath_ = nomtest::ZPath(dir_.Sub("out/SOI.vgxView"));
-  NOMSOIUtility utility_;
-  NOMSOIUtilityTestPeer peer_{utility_};
 };
 
 TEST_F(PackNGo, NoPackage_ReturnsEFailSilently) {
@@ -100,7 +81,7 @@ TEST_F(PackNGo, NoListGroup_OnlyRelativePathLinesAndMainSaveResult) {
   Package({});
   nomtest::RecordingDomHook dom;
   EXPECT_EQ(utility_.PackNGo(soi_), S_OK);
-  EXPECT_EQ(nomtest::ModuleLines(log_), (Lines{kUpdating, kUpdated}));
+  EXPECT_EQ(nomtest::ModuleLines(log_), (Lines{pk::UpdatingLine(), pk::UpdatedLine()}));
   EXPECT_EQ(dom.Arguments(DomCall::kSaveDoc), (Strings{mainPath_, viewPath_}));
 }
 
@@ -114,7 +95,7 @@ TEST_F(PackNGo, AllLists_FixedOrderWhateverTheDocumentOrder) {
   EXPECT_EQ(nomtest::ModuleLines(log_),
             (Lines{Start("Product"), Count(1), Done("Product"), Start("Resource"), Count(2),
                    Done("Resource"), Start("MP"), Count(1), Done("MP"), Start("Context"), Count(0),
-                   Done("Context"), kUpdating, kUpdated}));
+                   Done("Context"), pk::UpdatingLine(), pk::UpdatedLine()}));
 }
 
 TEST_F(PackNGo, ProgressLines_ExactTextsAndLevels) {
@@ -143,7 +124,7 @@ TEST_F(PackNGo, SomeListsOnly_TheirLinesInFixedOrder) {
   EXPECT_EQ(utility_.PackNGo(soi_), S_OK);
   EXPECT_EQ(nomtest::ModuleLines(log_),
             (Lines{Start("Resource"), Count(0), Done("Resource"), Start("Context"), Count(0),
-                   Done("Context"), kUpdating, kUpdated}));
+                   Done("Context"), pk::UpdatingLine(), pk::UpdatedLine()}));
 }
 
 TEST_F(PackNGo, ListHandlingFails_DoneLineStillLogged) {
@@ -152,7 +133,7 @@ TEST_F(PackNGo, ListHandlingFails_DoneLineStillLogged) {
   dom.FailAll(DomCall::kGetChildNodes, E_ACCESSDENIED);
   EXPECT_EQ(utility_.PackNGo(soi_), S_OK);
   EXPECT_EQ(nomtest::ModuleLines(log_), (Lines{Start("Product"), Done("Product"), Start("MP"),
-                                               Done("MP"), kUpdating, kUpdated}));
+                                               Done("MP"), pk::UpdatingLine(), pk::UpdatedLine()}));
 }
 
 TEST_F(PackNGo, ProductsCopiedAttributesRewrittenCopiesUpdated) {
@@ -164,7 +145,7 @@ TEST_F(PackNGo, ProductsCopiedAttributesRewrittenCopiesUpdated) {
   EXPECT_EQ(utility_.PackNGo(soi_), E_FAIL);  // The last copy, R, refers to nothing.
   EXPECT_EQ(nomtest::ModuleLines(log_),
             (Lines{Start("Product"), Count(1), Done("Product"), Start("Resource"), Count(1),
-                   Done("Resource"), kUpdating, kUpdated}));
+                   Done("Resource"), pk::UpdatingLine(), pk::UpdatedLine()}));
   EXPECT_EQ(peer_.CopiedXmlFiles(),
             (List{Out("A.vgxXml"), Out("B.vgxXml"), Out("C.vgxXml"), Out("R.vgxXml")}));
   EXPECT_EQ(OutFiles(),
@@ -209,8 +190,8 @@ TEST_F(PackNGo, MainPathWithForwardSlashes_OpenedSavedAndResolvedWithBackslashes
   EXPECT_EQ(dom.Arguments(DomCall::kSaveDoc).front(), mainPath_);
   EXPECT_EQ(peer_.CopiedXmlFiles(), List{Out("P.vgxXml")});
   EXPECT_EQ(pk::ListReferences(dir_.Sub("out/SOI.vgxXml"), "ProductList"), Strings{"P.vgxXml"});
-  EXPECT_EQ(nomtest::ModuleLines(log_),
-            (Lines{Start("Product"), Count(1), Done("Product"), kUpdating, kUpdated}));
+  EXPECT_EQ(nomtest::ModuleLines(log_), (Lines{Start("Product"), Count(1), Done("Product"),
+                                               pk::UpdatingLine(), pk::UpdatedLine()}));
 }
 
 TEST_F(PackNGo, NoViewFile_MainStillSavedResultUnaffected) {
@@ -229,8 +210,8 @@ TEST_F(PackNGo, ViewFileFailsToOpen_NotSavedMainStillSavedResultUnaffected) {
   EXPECT_EQ(dom.Arguments(DomCall::kOpenDocument), (Strings{mainPath_, M("out/Missing.vgxView")}));
   EXPECT_EQ(dom.Arguments(DomCall::kSaveDoc), Strings{mainPath_});
   EXPECT_FALSE(nomtest::FileExists(dir_.Sub("out/Missing.vgxView")));
-  EXPECT_EQ(nomtest::ModuleLines(log_),
-            (Lines{Start("Product"), Count(0), Done("Product"), kUpdating, kUpdated}));
+  EXPECT_EQ(nomtest::ModuleLines(log_), (Lines{Start("Product"), Count(0), Done("Product"),
+                                               pk::UpdatingLine(), pk::UpdatedLine()}));
 }
 
 TEST_F(PackNGo, ViewFileMalformed_LeftAsItWas) {
@@ -271,7 +252,7 @@ TEST_F(PackNGo, ThreeEntries_ZeroFailureZero_ReturnsZero) {
       (Strings{mainPath_, viewPath_, M("c/One.vgxXml"), M("c/Two.vgxXml"), M("c/Three.vgxXml")}));
   EXPECT_EQ(pk::InstanceReferences(dir_.Sub("c/One.vgxXml")), Strings{"Y.vgxXml"});
   EXPECT_EQ(pk::InstanceReferences(dir_.Sub("c/Three.vgxXml")), Strings{"Z.vgxXml"});
-  EXPECT_EQ(nomtest::ModuleLines(log_), (Lines{kUpdating, kUpdated}));
+  EXPECT_EQ(nomtest::ModuleLines(log_), (Lines{pk::UpdatingLine(), pk::UpdatedLine()}));
 }
 
 TEST_F(PackNGo, ThreeEntries_FailureLast_ReturnsThatFailure) {
@@ -330,7 +311,7 @@ TEST_F(PackNGo, MainDocumentMissing_PassedOverReturnsSaveResult) {
   }
   log_.clear();
   EXPECT_EQ(utility_.PackNGo(soi_), saving);
-  EXPECT_EQ(nomtest::ModuleLines(log_), (Lines{kUpdating, kUpdated}));
+  EXPECT_EQ(nomtest::ModuleLines(log_), (Lines{pk::UpdatingLine(), pk::UpdatedLine()}));
   EXPECT_FALSE(nomtest::FileExists(dir_.Sub("out/SOI.vgxXml")));
 }
 

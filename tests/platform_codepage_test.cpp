@@ -4,13 +4,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "NOMSOITypes.h"
 #include "platform/codepage.h"
 #include "platform/win32.h"
-#include "platform_test_util.h"
 #include "services/NOMZUBLog.h"
 #include "support/test_support.h"
 
@@ -397,26 +397,26 @@ TEST(CodePage, ScopedCodePage_RestoresPrevious) {
 }
 
 TEST(CodePage, DefaultACP_EnvironmentNumberWins) {
-  nomtest::ScopedEnvironmentVariable page("NOMZUB_CODE_PAGE", "932");
-  nomtest::ScopedEnvironmentVariable locale("LC_ALL", "C.UTF-8");
+  nomtest::ScopedEnvVar page("NOMZUB_CODE_PAGE", "932");
+  nomtest::ScopedEnvVar locale("LC_ALL", "C.UTF-8");
   EXPECT_EQ(932u, DefaultACP());
 }
 
 TEST(CodePage, DefaultACP_Utf8LocaleIs65001) {
-  nomtest::ScopedEnvironmentVariable page("NOMZUB_CODE_PAGE", nullptr);
-  nomtest::ScopedEnvironmentVariable locale("LC_ALL", "C.UTF-8");
+  nomtest::ScopedEnvVar page("NOMZUB_CODE_PAGE", std::nullopt);
+  nomtest::ScopedEnvVar locale("LC_ALL", "C.UTF-8");
   EXPECT_EQ(65001u, DefaultACP());
 }
 
 TEST(CodePage, DefaultACP_UnknownCodesetFallsBackTo1252) {
-  nomtest::ScopedEnvironmentVariable page("NOMZUB_CODE_PAGE", nullptr);
-  nomtest::ScopedEnvironmentVariable locale("LC_ALL", "C");  // ASCII: no Windows page of its own
+  nomtest::ScopedEnvVar page("NOMZUB_CODE_PAGE", std::nullopt);
+  nomtest::ScopedEnvVar locale("LC_ALL", "C");  // ASCII: no Windows page of its own
   EXPECT_EQ(1252u, DefaultACP());
 }
 
 TEST(CodePage, DefaultACP_BadEnvironmentValueIsLoggedAndIgnored) {
-  nomtest::ScopedEnvironmentVariable page("NOMZUB_CODE_PAGE", "utf8");
-  nomtest::ScopedEnvironmentVariable locale("LC_ALL", "C.UTF-8");
+  nomtest::ScopedEnvVar page("NOMZUB_CODE_PAGE", "utf8");
+  nomtest::ScopedEnvVar locale("LC_ALL", "C.UTF-8");
   nomtest::LogCapture log;
   EXPECT_EQ(65001u, DefaultACP());
   EXPECT_EQ((std::vector<nomtest::LogLine>{
@@ -427,8 +427,8 @@ TEST(CodePage, DefaultACP_BadEnvironmentValueIsLoggedAndIgnored) {
 }
 
 TEST(CodePage, DefaultACP_UnsupportedEnvironmentNumberIsIgnored) {
-  nomtest::ScopedEnvironmentVariable page("NOMZUB_CODE_PAGE", "1361");
-  nomtest::ScopedEnvironmentVariable locale("LC_ALL", "C.UTF-8");
+  nomtest::ScopedEnvVar page("NOMZUB_CODE_PAGE", "1361");
+  nomtest::ScopedEnvVar locale("LC_ALL", "C.UTF-8");
   nomtest::LogCapture log;
   EXPECT_EQ(65001u, DefaultACP());
   EXPECT_EQ(1u, log.lines().size());

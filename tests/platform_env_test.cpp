@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -10,14 +11,13 @@
 #include "platform/env.h"
 #include "platform/paths.h"
 #include "platform/win32.h"
-#include "platform_test_util.h"
 #include "support/test_support.h"
 
 namespace nomplat {
 namespace {
 
 using nomtest::ReadFile;
-using nomtest::ScopedEnvironmentVariable;
+using nomtest::ScopedEnvVar;
 using nomtest::TempDir;
 using nomtest::WriteFile;
 
@@ -145,7 +145,7 @@ TEST_F(FaultInjectionTest, WriteAndCreate_FailWithoutTouchingDisk) {
 }
 
 TEST_F(FaultInjectionTest, GetEnvironmentVariable_FailsAsUnset) {
-  ScopedEnvironmentVariable set("NOM_TEST_VARIABLE", "value");
+  ScopedEnvVar set("NOM_TEST_VARIABLE", "value");
   faults_.FailOn(FaultInjectionEnv::kGetEnvironmentVariable, 1, 1);
   std::string value = "stale";
   EXPECT_FALSE(CurrentEnv()->GetEnvironmentVariable("NOM_TEST_VARIABLE", &value));
@@ -175,7 +175,7 @@ TEST_F(FaultInjectionTest, Reset_ForgetsCountsAndPlans) {
 // --- GetEnvironmentVariableA ------------------------------------------------------------------
 
 TEST(Env, GetEnvironmentVariableA_UnsetGivesZeroAndEmptyString) {
-  ScopedEnvironmentVariable unset("NOM_TEST_VARIABLE", nullptr);
+  ScopedEnvVar unset("NOM_TEST_VARIABLE", std::nullopt);
   SetLastError(0);
   char buffer[8] = "stale";
   EXPECT_EQ(0u, GetEnvironmentVariableA("NOM_TEST_VARIABLE", buffer, sizeof buffer));
@@ -184,21 +184,21 @@ TEST(Env, GetEnvironmentVariableA_UnsetGivesZeroAndEmptyString) {
 }
 
 TEST(Env, GetEnvironmentVariableA_EmptyGivesZeroAndEmptyString) {
-  ScopedEnvironmentVariable empty("NOM_TEST_VARIABLE", "");
+  ScopedEnvVar empty("NOM_TEST_VARIABLE", "");
   char buffer[8] = "stale";
   EXPECT_EQ(0u, GetEnvironmentVariableA("NOM_TEST_VARIABLE", buffer, sizeof buffer));
   EXPECT_STREQ("", buffer);
 }
 
 TEST(Env, GetEnvironmentVariableA_CopiesValueAndReturnsLength) {
-  ScopedEnvironmentVariable set("NOM_TEST_VARIABLE", "/data/odt");
+  ScopedEnvVar set("NOM_TEST_VARIABLE", "/data/odt");
   char buffer[10];
   EXPECT_EQ(9u, GetEnvironmentVariableA("NOM_TEST_VARIABLE", buffer, sizeof buffer));
   EXPECT_STREQ("/data/odt", buffer);
 }
 
 TEST(Env, GetEnvironmentVariableA_TooSmallBufferGivesSizeNeeded) {
-  ScopedEnvironmentVariable set("NOM_TEST_VARIABLE", "/data/odt");
+  ScopedEnvVar set("NOM_TEST_VARIABLE", "/data/odt");
   char buffer[9] = "stale";
   EXPECT_EQ(10u, GetEnvironmentVariableA("NOM_TEST_VARIABLE", buffer, sizeof buffer));
   EXPECT_STREQ("stale", buffer);
@@ -206,7 +206,7 @@ TEST(Env, GetEnvironmentVariableA_TooSmallBufferGivesSizeNeeded) {
 }
 
 TEST(Env, GetEnvironmentVariableA_SuccessKeepsLastError) {
-  ScopedEnvironmentVariable set("NOM_TEST_VARIABLE", "x");
+  ScopedEnvVar set("NOM_TEST_VARIABLE", "x");
   SetLastError(1234);
   char buffer[4];
   EXPECT_EQ(1u, GetEnvironmentVariableA("NOM_TEST_VARIABLE", buffer, sizeof buffer));

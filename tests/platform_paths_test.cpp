@@ -13,13 +13,12 @@
 #include "platform/codepage.h"
 #include "platform/env.h"
 #include "platform/paths.h"
-#include "platform_test_util.h"
 #include "support/test_support.h"
 
 namespace nomplat {
 namespace {
 
-using nomtest::ScopedEnvironmentVariable;
+using nomtest::ScopedEnvVar;
 using nomtest::TempDir;
 using nomtest::WriteFile;
 
@@ -92,7 +91,7 @@ TEST_F(PathsTest, Drive_ResetForgetsMappings) {
 
 TEST_F(PathsTest, Drive_EnvironmentMapsDrivesOnFirstUse) {
   TempDir d;
-  ScopedEnvironmentVariable drives("NOMZUB_DRIVES", ("C=" + T("c") + ";D=" + d.path()).c_str());
+  ScopedEnvVar drives("NOMZUB_DRIVES", "C=" + T("c") + ";D=" + d.path());
   ResetPathMaps();
   EXPECT_EQ(T("c/x"), Native("C:\\x"));
   EXPECT_EQ(d.Sub("y"), Native("d:\\y"));
@@ -100,14 +99,14 @@ TEST_F(PathsTest, Drive_EnvironmentMapsDrivesOnFirstUse) {
 }
 
 TEST_F(PathsTest, Drive_MapDriveOverridesEnvironment) {
-  ScopedEnvironmentVariable drives("NOMZUB_DRIVES", "C=/from/environment");
+  ScopedEnvVar drives("NOMZUB_DRIVES", "C=/from/environment");
   ResetPathMaps();
   MapDrive('C', tmp_.path());
   EXPECT_EQ(T("x"), Native("C:\\x"));
 }
 
 TEST_F(PathsTest, Drive_BadEnvironmentEntriesAreLoggedAndSkipped) {
-  ScopedEnvironmentVariable drives("NOMZUB_DRIVES", ("1=/x;CD=/y;E;F=;G=" + T("g")).c_str());
+  ScopedEnvVar drives("NOMZUB_DRIVES", "1=/x;CD=/y;E;F=;G=" + T("g"));
   ResetPathMaps();
   nomtest::LogCapture log;
   EXPECT_EQ(T("g/x"), Native("G:\\x"));
@@ -152,15 +151,14 @@ TEST_F(PathsTest, Share_UnmappedIsBadNetworkPath) {
 }
 
 TEST_F(PathsTest, Share_EnvironmentMapsShares) {
-  ScopedEnvironmentVariable shares("NOMZUB_SHARES",
-                                   ("\\\\srv\\pub=" + T("pub") + ";\\\\srv\\x=" + T("x")).c_str());
+  ScopedEnvVar shares("NOMZUB_SHARES", "\\\\srv\\pub=" + T("pub") + ";\\\\srv\\x=" + T("x"));
   ResetPathMaps();
   EXPECT_EQ(T("pub/f"), Native("\\\\srv\\pub\\f"));
   EXPECT_EQ(T("x/g"), Native("\\\\SRV\\X\\g"));
 }
 
 TEST_F(PathsTest, Share_BadEnvironmentEntryIsLoggedAndSkipped) {
-  ScopedEnvironmentVariable shares("NOMZUB_SHARES", "\\\\srv=/x;\\\\srv\\pub\\deep=/y");
+  ScopedEnvVar shares("NOMZUB_SHARES", "\\\\srv=/x;\\\\srv\\pub\\deep=/y");
   ResetPathMaps();
   nomtest::LogCapture log;
   EXPECT_EQ("<error 53>", Native("\\\\srv\\pub\\f"));

@@ -31,10 +31,11 @@ class UtilityObjectTest : public ::testing::Test {
   // the last generated package.
   void PrepareThreeProductPackage() {
     for (const char* name : {"P1", "P2", "P3"}) nomtest::WriteProduct(source_.path(), name);
-    nomtest::WriteMainDocument(soi_.Sub("SOI.vgxXml"),
-                               {{"ProductList",
-                                 {ZPath(source_.Sub("P2.vgxXml")), ZPath(source_.Sub("P1.vgxXml")),
-                                  ZPath(source_.Sub("P3.vgxXml"))}}});
+    nomtest::WriteFile(
+        soi_.Sub("SOI.vgxXml"),
+        nomtest::MainDocument({{"ProductList",
+                                {ZPath(source_.Sub("P2.vgxXml")), ZPath(source_.Sub("P1.vgxXml")),
+                                 ZPath(source_.Sub("P3.vgxXml"))}}}));
     nomzub::RegisterPackage(ZPath(soi_.Sub("SOI.vgxXml")), "");
   }
 
@@ -146,7 +147,7 @@ TEST_F(UtilityObjectTest, PackNGoThreeProducts_ListHoldsTargetsCopyHoldsThemAssi
 TEST_F(UtilityObjectTest, TwoDumpsSameObject_SecondRelativePathUpdateRevisitsFirstEntries) {
   PrepareThreeProductPackage();
   TempDir secondSoi;
-  nomtest::WriteMainDocument(secondSoi.Sub("SOI.vgxXml"), {});
+  nomtest::WriteFile(secondSoi.Sub("SOI.vgxXml"), nomtest::MainDocument({}));
   nomtest::FakeGenerator generator;
   nomtest::ScopedGeneratorBackend backend(&generator);
   NOMSOIUtility utility;
@@ -156,7 +157,7 @@ TEST_F(UtilityObjectTest, TwoDumpsSameObject_SecondRelativePathUpdateRevisitsFir
   ASSERT_EQ(peer.CopiedXmlFiles(), ThreeTargets());
 
   // A reference put into the first package's copy after its dump: only a revisit rewrites it.
-  nomtest::WriteFile(soi_.Sub("P1.vgxXml"), nomtest::ProductBody({"..\\deep\\Q.vgxXml"}));
+  nomtest::WriteFile(soi_.Sub("P1.vgxXml"), nomtest::AssemblyDocument({"..\\deep\\Q.vgxXml"}));
   nomzub::RegisterPackage(ZPath(secondSoi.Sub("SOI.vgxXml")), "");
   utility.DumpVGXPackage("input", ZPath(secondSoi.path()), false, "", "", false);
 

@@ -55,6 +55,21 @@ expect_text() {
   expect_same "$1" "$expected" "$3"
 }
 
+# run_host LOG ARGS...: runs the host with a raw log into LOG and standard error into
+# $WORK/stderr; leaves its exit status in $status.
+run_host() {
+  local log=$1
+  shift
+  status=0
+  "$NOMSOI" --log-format raw --log "$log" "$@" 2>"$WORK/stderr" || status=$?
+}
+
+# expect_module_log WHAT LOG: the module's lines of LOG must be those of $WORK/expected.log.
+expect_module_log() {
+  module_lines "$2" >"$WORK/actual.log"
+  expect_same "$1" "$WORK/expected.log" "$WORK/actual.log"
+}
+
 expect_status() {
   [ "$2" -eq "$1" ] || fail "$3: exit status $2, expected $1"
 }
@@ -78,18 +93,51 @@ odt_head() {
   plain 0 "Output Directory: $2"
 }
 
-# The lines of one list group of the ODT driver: odt_group NAME COUNT
-odt_group() {
-  local before="Handle $1 Child Nodes ... "
-  [ "$1" = Context ] && before="Handle $1 Child Nodes ..."
-  info 0 "$before"
-  info 0 "Nb Child Nodes: $2"
-  info 0 "Handle $1 Child Nodes ... Done!"
+# The line a list group's walk starts with: group_start LEVEL NAME (the planning context's has no
+# blank after the dots).
+group_start() {
+  if [ "$2" = Context ]; then
+    info "$1" "Handle $2 Child Nodes ..."
+  else
+    info "$1" "Handle $2 Child Nodes ... "
+  fi
 }
 
-odt_relative_paths() {
+# The line a list group's walk ends with: group_done LEVEL NAME
+group_done() { info "$1" "Handle $2 Child Nodes ... Done!"; }
+
+# The lines of one list group without problems: list_group LEVEL NAME COUNT
+list_group() {
+  group_start "$1" "$2"
+  info 0 "Nb Child Nodes: $3"
+  group_done "$1" "$2"
+}
+
+# The lines of the four list groups of the example packages (2, 1, 1 and 1 children), the start
+# and end lines at LEVEL: example_groups LEVEL
+example_groups() {
+  list_group "$1" Product 2
+  list_group "$1" Resource 1
+  list_group "$1" MP 1
+  list_group "$1" Context 1
+}
+
+# The lines around the update of the relative paths of the copied documents.
+relative_path_lines() {
   info 0 'Updating the relative paths in extracted <KRTProduct>.vgxXml files...'
   info 0 'Updation of relative paths done...'
+}
+
+# The lines of one list group of the ODT driver: odt_group NAME COUNT
+odt_group() { list_group 0 "$1" "$2"; }
+
+odt_relative_paths() { relative_path_lines; }
+
+# The ODT driver's last lines when no mapping is asked for.
+odt_tail_without_mapping() {
+  relative_path_lines
+  info 0 'Generation of MappingXML skipped - Env not set'
+  info 0 '<<- DumpVGXPackage_ODT '
 }
 
 # The references of the example ODT package's main document, as written.

@@ -8,23 +8,15 @@ copy_examples
 in=$(winpath "$WORK/ex/odt")
 out="$WORK/out"
 
-status=0
-ADL_ODT_IN="$in" "$NOMSOI" --log-format raw --log "$WORK/log" odt --out "$out" \
-  2>"$WORK/stderr" || status=$?
+ADL_ODT_IN="$in" run_host "$WORK/log" odt --out "$out"
 expect_status 0 "$status" "odt with ADL_ODT_IN"
 
 {
   odt_head "$in" "$out"
-  odt_group Product 2
-  odt_group Resource 1
-  odt_group MP 1
-  odt_group Context 1
-  odt_relative_paths
-  info 0 'Generation of MappingXML skipped - Env not set'
-  info 0 '<<- DumpVGXPackage_ODT '
+  example_groups 0
+  odt_tail_without_mapping
 } >"$WORK/expected.log"
-module_lines "$WORK/log" >"$WORK/actual.log"
-expect_same "module log" "$WORK/expected.log" "$WORK/actual.log"
+expect_module_log "module log" "$WORK/log"
 tree_of "$out" >"$WORK/tree"
 expect_text "output directory" "$ODT_TREE" "$WORK/tree"
 echo "odt_env: ok"

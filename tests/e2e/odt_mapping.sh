@@ -8,24 +8,18 @@ copy_examples
 in="$WORK/ex/odt"
 out="$WORK/out"
 
-status=0
-"$NOMSOI" --log-format raw --log "$WORK/log" odt --in "$in" --out "$out" --mapping \
-  2>"$WORK/stderr" || status=$?
+run_host "$WORK/log" odt --in "$in" --out "$out" --mapping
 expect_status 0 "$status" "odt --mapping"
 
 {
   odt_head "$in" "$out"
-  odt_group Product 2
-  odt_group Resource 1
-  odt_group MP 1
-  odt_group Context 1
-  odt_relative_paths
+  example_groups 0
+  relative_path_lines
   info 0 'GenerateMappingXML -->'
   info 0 '<-- GenerateMappingXML'
   info 0 '<<- DumpVGXPackage_ODT '
 } >"$WORK/expected.log"
-module_lines "$WORK/log" >"$WORK/actual.log"
-expect_same "module log" "$WORK/expected.log" "$WORK/actual.log"
+expect_module_log "module log" "$WORK/log"
 
 tree_of "$out" >"$WORK/tree"
 printf '%sMapping.xml\n' "$ODT_TREE" | LC_ALL=C sort >"$WORK/expected.tree"

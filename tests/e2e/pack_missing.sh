@@ -17,37 +17,33 @@ echo '<!-- an older copy -->' >>"$out/Bolt.vgxXml"
 cp "$out/Bolt.vgxXml" "$WORK/old-bolt"
 chmod 444 "$out/Bolt.vgxXml"
 
-status=0
-"$NOMSOI" --log-format raw --log "$WORK/log" pack --main "$ex/package/SOI.vgxXml" --out "$out" \
-  2>"$WORK/stderr" || status=$?
+run_host "$WORK/log" pack --main "$ex/package/SOI.vgxXml" --out "$out"
 expect_status 0 "$status" "pack (the failing save of the last copy is not reported)"
 
 # Nested copies name the SOI directory as it was given, followed by a backslash.
 bolt_error="Copying File. Source Path: '$w\\library\\parts\\Bolt.vgxXml'. Target Path: '$out\\Bolt.vgxXml'. Error Code: Access Denied"
 {
-  info 1 'Handle Product Child Nodes ... '
+  group_start 1 Product
   info 0 'Nb Child Nodes: 2'
   error 0 "$bolt_error"
-  info 1 'Handle Product Child Nodes ... Done!'
-  info 1 'Handle Resource Child Nodes ... '
+  group_done 1 Product
+  group_start 1 Resource
   info 0 'Nb Child Nodes: 1'
   info 0 "Unable to open Document - $w\\library\\resources\\Robot.vgxXml"
-  info 1 'Handle Resource Child Nodes ... Done!'
-  info 1 'Handle MP Child Nodes ... '
+  group_done 1 Resource
+  group_start 1 MP
   info 0 'Nb Child Nodes: 1'
   info 0 "Unable to open Document - $w\\library\\Wheel.vgxGeom"
   info 0 "Unable to open Document - $w\\library\\Wheel.vgxGeom"
   error 0 "$bolt_error"
-  info 1 'Handle MP Child Nodes ... Done!'
-  info 1 'Handle Context Child Nodes ...'
+  group_done 1 MP
+  group_start 1 Context
   info 0 'Nb Child Nodes: 1'
   error 0 "$bolt_error"
-  info 1 'Handle Context Child Nodes ... Done!'
-  info 0 'Updating the relative paths in extracted <KRTProduct>.vgxXml files...'
-  info 0 'Updation of relative paths done...'
+  group_done 1 Context
+  relative_path_lines
 } >"$WORK/expected.log"
-module_lines "$WORK/log" >"$WORK/actual.log"
-expect_same "module log" "$WORK/expected.log" "$WORK/actual.log"
+expect_module_log "module log" "$WORK/log"
 
 tree_of "$out" >"$WORK/tree"
 expect_text "SOI directory" "Axle.vgxGeom

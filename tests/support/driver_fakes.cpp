@@ -1,6 +1,5 @@
 #include "support/driver_fakes.h"
 
-#include <cstdlib>
 #include <ostream>
 
 #include "platform/codepage.h"
@@ -143,24 +142,6 @@ ScopedCodePage::ScopedCodePage(UINT codePage)
 
 ScopedCodePage::~ScopedCodePage() { nomplat::SetACP(previous_); }
 
-ScopedEnvVar::ScopedEnvVar(std::string name, const std::optional<std::string>& value)
-    : name_(std::move(name)) {
-  if (const char* old = std::getenv(name_.c_str())) previous_ = old;
-  if (value) {
-    setenv(name_.c_str(), value->c_str(), 1);
-  } else {
-    unsetenv(name_.c_str());
-  }
-}
-
-ScopedEnvVar::~ScopedEnvVar() {
-  if (previous_) {
-    setenv(name_.c_str(), previous_->c_str(), 1);
-  } else {
-    unsetenv(name_.c_str());
-  }
-}
-
 namespace {
 
 void ClearServices() {
@@ -181,14 +162,6 @@ ScopedServiceState::~ScopedServiceState() {
   ClearServices();
   NOMSOIUtilityTestPeer::OIDIdentPathsMap2().swap(saved_object_paths_);
   NOMSOIUtilityTestPeer::OpOIDIdentPathMap2().swap(saved_operation_paths_);
-}
-
-std::vector<LogLine> ModuleLines(const LogCapture& capture) {
-  std::vector<LogLine> out;
-  for (const LogLine& line : capture.lines()) {
-    if (line.level != 2) out.push_back(line);
-  }
-  return out;
 }
 
 }  // namespace nomtest

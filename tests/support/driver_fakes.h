@@ -1,7 +1,7 @@
 // Fakes and scoped installers for the services the utility object, the connection and the dump
 // drivers call: a recording connector, a recording generator backend, an object factory with
 // chosen names, a DOM hook that records or breaks wrapper calls, and guards for the code page,
-// environment variables, the identifier cache, the registered package and the static maps.
+// the identifier cache, the registered package and the static maps.
 #ifndef NOM_TESTS_SUPPORT_DRIVER_FAKES_H_
 #define NOM_TESTS_SUPPORT_DRIVER_FAKES_H_
 
@@ -183,19 +183,6 @@ class ScopedCodePage {
   bool ok_;
 };
 
-// Sets (or, with nullopt, unsets) an environment variable while it lives, then restores it.
-class ScopedEnvVar {
- public:
-  ScopedEnvVar(std::string name, const std::optional<std::string>& value);
-  ~ScopedEnvVar();
-  ScopedEnvVar(const ScopedEnvVar&) = delete;
-  ScopedEnvVar& operator=(const ScopedEnvVar&) = delete;
-
- private:
-  std::string name_;
-  std::optional<std::string> previous_;
-};
-
 // Empties the process-wide identifier cache, the object registry, the registered package and the
 // class's two static maps on entry, and empties the cache, registry and package again on exit
 // while putting back the static maps' former contents.
@@ -210,9 +197,6 @@ class ScopedServiceState {
   NOMOIDIdentPathsMap saved_object_paths_;
   NOMStringMap saved_operation_paths_;
 };
-
-// The records the module writes (levels 0 and 1), without the services' own diagnostics (2).
-std::vector<LogLine> ModuleLines(const LogCapture& capture);
 
 }  // namespace nomtest
 

@@ -3,15 +3,10 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <pugixml.hpp>
-#include <sstream>
-
 #include "services/XMLDOM.h"
 
 namespace nomtest {
 namespace packngo {
-
-const char kAbsent[] = "<absent>";
 
 LogLine InfoLine(const std::string& text) { return {0, "Info:\t " + text}; }
 
@@ -25,6 +20,46 @@ LogLine CopyError(const std::string& source, const std::string& target,
                   const std::string& codeText) {
   return ErrorLine("Copying File. Source Path: '" + source + "'. Target Path: '" + target +
                    "'. Error Code: " + codeText);
+}
+
+LogLine Start(const std::string& list) {
+  return {1, "Info:\t Handle " + list + " Child Nodes ..." + (list == "Context" ? "" : " ")};
+}
+
+LogLine Done(const std::string& list) {
+  return {1, "Info:\t Handle " + list + " Child Nodes ... Done!"};
+}
+
+LogLine Count(int n) { return InfoLine("Nb Child Nodes: " + std::to_string(n)); }
+
+LogLine UpdatingLine() {
+  return InfoLine("Updating the relative paths in extracted <KRTProduct>.vgxXml files...");
+}
+
+LogLine UpdatedLine() { return InfoLine("Updation of relative paths done..."); }
+
+PackNGoFixture::PackNGoFixture(const std::string& soiRel)
+    : soiRel_(soiRel), soi_(ZPath(dir_.Sub(soiRel))) {}
+
+void PackNGoFixture::Product(const std::string& rel, const std::string& contents, bool geometry) {
+  WriteFile(dir_.Sub(rel), contents);
+  if (geometry) WriteFile(dir_.Sub(GeometryOf(rel)), "glb:" + rel);
+}
+
+std::string PackNGoFixture::GeometryOf(const std::string& rel) {
+  return rel.substr(0, rel.size() - 6) + "vgxGeom";
+}
+
+std::string PackNGoFixture::M(const std::string& rel) const { return ZPath(dir_.Sub(rel)); }
+
+std::string PackNGoFixture::Out(const std::string& name) const { return soi_ + "\\" + name; }
+
+std::vector<std::string> PackNGoFixture::OutFiles() const {
+  std::vector<std::string> names;
+  for (const std::string& n : ListDir(dir_.Sub(soiRel_))) {
+    if (n != ".keep") names.push_back(n);
+  }
+  return names;
 }
 
 ExistenceFake::ExistenceFake(std::set<std::string> existing)
@@ -75,67 +110,11 @@ ScopedFaults::ScopedFaults()
 
 ScopedFaults::~ScopedFaults() { nomplat::SetCurrentEnv(previous_); }
 
-std::string XmlEscape(const std::string& text) {
-  std::string out;
-  for (char c : text) {
-    switch (c) {
-      case '&':
-        out += "&amp;";
-        break;
-      case '<':
-        out += "&lt;";
-        break;
-      case '>':
-        out += "&gt;";
-        break;
-      case '"':
-        out += "&quot;";
-        break;
-      default:
-        out += c;
-    }
-  }
-  return out;
-}
-
 namespace {
-
-// One CLitAssyGroup element referring to reference (none for kAbsent).
-std::string ReferenceElement(const std::string& indent, int index, const std::string& reference) {
-  std::ostringstream out;
-  out << indent << "<CLitAssyGroup Ident=\"Item" << index << "\" Name=\"Item " << index << "\"";
-  if (reference != kAbsent) out << " IsInstanceOf=\"" << XmlEscape(reference) << "\"";
-  out << "/>\n";
-  return out.str();
-}
 
 const char kDeclaration[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
 
 }  // namespace
-
-std::string MainDocument(const std::vector<ListGroup>& lists) {
-  std::ostringstream out;
-  out << kDeclaration << "<VgxDocument Name=\"SOI\">\n";
-  for (const ListGroup& list : lists) {
-    out << "  <CLitAssyGroup Ident=\"" << list.ident << "\">\n";
-    int index = 0;
-    for (const std::string& ref : list.references) {
-      out << ReferenceElement("    ", ++index, ref);
-    }
-    out << "  </CLitAssyGroup>\n";
-  }
-  out << "</VgxDocument>\n";
-  return out.str();
-}
-
-std::string AssemblyDocument(const std::vector<std::string>& references) {
-  std::ostringstream out;
-  out << kDeclaration << "<VgxDocument Name=\"Assembly\">\n";
-  int index = 0;
-  for (const std::string& ref : references) out << ReferenceElement("  ", ++index, ref);
-  out << "</VgxDocument>\n";
-  return out.str();
-}
 
 std::string LeafDocument() {
   return std::string(kDeclaration) + "<VgxDocument Name=\"Leaf\">\n  <Part Ident=\"Leaf\"/>\n" +
@@ -146,44 +125,6 @@ std::string ViewDocument() {
   return std::string(kDeclaration) +
          "<VgxView Document=\"Z:\\elsewhere\\SOI.vgxXml\">\n  <View Name=\"Front\"/>\n" +
          "</VgxView>\n";
-}
-
-namespace {
-
-// Loads a file with pugixml; records a test failure when it does not parse.
-bool Load(const std::string& nativeFile, pugi::xml_document* doc) {
-  pugi::xml_parse_result parsed = doc->load_file(nativeFile.c_str());
-  EXPECT_TRUE(parsed) << nativeFile << ": " << parsed.description();
-  return static_cast<bool>(parsed);
-}
-
-std::string ReferenceOf(const pugi::xml_node& node) {
-  pugi::xml_attribute attr = node.attribute("IsInstanceOf");
-  return attr ? std::string(attr.value()) : std::string(kAbsent);
-}
-
-}  // namespace
-
-std::vector<std::string> InstanceReferences(const std::string& nativeFile) {
-  std::vector<std::string> out;
-  pugi::xml_document doc;
-  if (!Load(nativeFile, &doc)) return out;
-  for (const pugi::xpath_node& x : doc.select_nodes("//CLitAssyGroup")) {
-    out.push_back(ReferenceOf(x.node()));
-  }
-  return out;
-}
-
-std::vector<std::string> ListReferences(const std::string& nativeFile, const std::string& ident) {
-  std::vector<std::string> out;
-  pugi::xml_document doc;
-  if (!Load(nativeFile, &doc)) return out;
-  pugi::xml_node list = doc.find_node([&](const pugi::xml_node& n) {
-    return std::string(n.name()) == "CLitAssyGroup" && ident == n.attribute("Ident").value();
-  });
-  EXPECT_TRUE(list) << "no list group " << ident << " in " << nativeFile;
-  for (pugi::xml_node child : list.children("CLitAssyGroup")) out.push_back(ReferenceOf(child));
-  return out;
 }
 
 std::vector<std::string> ChildReferences(NOMZUBDOMWrapper& doc, IXMLDOMNode* listNode) {
@@ -204,16 +145,6 @@ std::vector<std::string> ChildReferences(NOMZUBDOMWrapper& doc, IXMLDOMNode* lis
   }
   children->Release();
   return out;
-}
-
-std::string ElementAttribute(const std::string& nativeFile, const std::string& element,
-                             const std::string& attribute) {
-  pugi::xml_document doc;
-  if (!Load(nativeFile, &doc)) return kAbsent;
-  pugi::xml_node node =
-      doc.find_node([&](const pugi::xml_node& n) { return std::string(n.name()) == element; });
-  pugi::xml_attribute attr = node.attribute(attribute.c_str());
-  return attr ? std::string(attr.value()) : std::string(kAbsent);
 }
 
 void MakeReadOnly(const std::string& nativePath) {

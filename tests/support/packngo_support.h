@@ -5,15 +5,19 @@
 #ifndef NOM_TESTS_SUPPORT_PACKNGO_SUPPORT_H_
 #define NOM_TESTS_SUPPORT_PACKNGO_SUPPORT_H_
 
+#include <gtest/gtest.h>
+
 #include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "NOMSOITypes.h"
+#include "NOMSOIUtility.h"
 #include "platform/env.h"
 #include "services/NOMZUBDOMWrapper.h"
 #include "support/driver_package.h"
+#include "support/peer.h"
 #include "support/test_support.h"
 
 namespace nomtest {
@@ -28,6 +32,44 @@ LogLine UnableToOpen(const std::string& path);
 // The line logged for a failed copy: both paths and the code's text ("File Not Found", ...).
 LogLine CopyError(const std::string& source, const std::string& target,
                   const std::string& codeText);
+
+// The line a list group's walk starts with (level 1): "Info:\t Handle <list> Child Nodes ... ",
+// without the last blank for the planning context.
+LogLine Start(const std::string& list);
+// The line a list group's walk ends with (level 1).
+LogLine Done(const std::string& list);
+// The information line giving the number of children of a list group.
+LogLine Count(int n);
+// The information lines around the update of the relative paths of the copied documents.
+LogLine UpdatingLine();
+LogLine UpdatedLine();
+
+// The state the Pack & Go tests share: captured log lines, a temporary directory, the SOI
+// directory soiRel under it (as a module path), the module object and its peer.
+class PackNGoFixture : public ::testing::Test {
+ protected:
+  explicit PackNGoFixture(const std::string& soiRel);
+
+  // Writes a product document (native path relative to the temporary directory) and, unless told
+  // otherwise, its geometry file, whose content names the document so that copies can be told
+  // apart.
+  void Product(const std::string& rel, const std::string& contents, bool geometry = true);
+  // The geometry file of a product document: its name with the last six characters replaced.
+  static std::string GeometryOf(const std::string& rel);
+  // The module path of a file under the temporary directory ("lib/a" -> "Z:\...\lib\a").
+  std::string M(const std::string& rel) const;
+  // The module path of a file in the SOI directory.
+  std::string Out(const std::string& name) const;
+  // The files in the SOI directory, sorted, without the ".keep" placeholder.
+  std::vector<std::string> OutFiles() const;
+
+  LogCapture log_;
+  TempDir dir_;
+  const std::string soiRel_;
+  std::string soi_;
+  NOMSOIUtility utility_;
+  NOMSOIUtilityTestPeer peer_{utility_};
+};
 
 // An Env whose existence test answers from a list of paths that are said to exist (module paths
 // compared byte for byte) and records every path it was asked about; everything else goes to the
@@ -86,31 +128,21 @@ class ScopedFaults {
   nomplat::Env* previous_;
 };
 
-// Marks a child or element without an IsInstanceOf attribute.
-extern const char kAbsent[];
+// The document builders and readers shared with the driver tests, under the names used here.
+using nomtest::AssemblyDocument;
+using nomtest::ElementAttribute;
+using nomtest::InstanceReferences;
+using nomtest::kAbsent;
+using nomtest::ListReferences;
+using nomtest::MainDocument;
 
-// Escapes &, <, > and " for an attribute value.
-std::string XmlEscape(const std::string& text);
-// A main document: root VgxDocument holding the list groups in the given order.
-std::string MainDocument(const std::vector<ListGroup>& lists);
-// A product document whose CLitAssyGroup elements carry the given references, in order.
-std::string AssemblyDocument(const std::vector<std::string>& references);
 // A product document without any CLitAssyGroup element.
 std::string LeafDocument();
 // A view file whose root names the main document.
 std::string ViewDocument();
 
-// The IsInstanceOf values of every CLitAssyGroup element of a file on disk, in document order
-// (kAbsent for an element without the attribute). Fails the test when the file does not parse.
-std::vector<std::string> InstanceReferences(const std::string& nativeFile);
-// The IsInstanceOf values of the children of the list group with that Ident, in order.
-std::vector<std::string> ListReferences(const std::string& nativeFile, const std::string& ident);
 // The IsInstanceOf values of the CLitAssyGroup children of a node held by an open wrapper.
 std::vector<std::string> ChildReferences(NOMZUBDOMWrapper& doc, IXMLDOMNode* listNode);
-// An attribute of the first element with that name in a file on disk (kAbsent when missing).
-std::string ElementAttribute(const std::string& nativeFile, const std::string& element,
-                             const std::string& attribute);
-
 // Makes a file read-only (no write permission for anyone).
 void MakeReadOnly(const std::string& nativePath);
 // The path's components joined with backslashes, leading "/" dropped ("/tmp/x" -> "tmp\x").

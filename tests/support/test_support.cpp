@@ -1,6 +1,7 @@
 #include "support/test_support.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -56,6 +57,43 @@ TempDir::~TempDir() {
 }
 
 std::string TempDir::Sub(const std::string& relative) const { return path_ + "/" + relative; }
+
+std::vector<LogLine> ModuleLines(const LogCapture& capture) {
+  std::vector<LogLine> out;
+  for (const LogLine& line : capture.lines()) {
+    if (line.level != 2) out.push_back(line);
+  }
+  return out;
+}
+
+ScopedEnvVar::ScopedEnvVar(std::string name, const std::optional<std::string>& value)
+    : name_(std::move(name)) {
+  if (const char* old = std::getenv(name_.c_str())) previous_ = old;
+  if (value) {
+    setenv(name_.c_str(), value->c_str(), 1);
+  } else {
+    unsetenv(name_.c_str());
+  }
+}
+
+ScopedEnvVar::~ScopedEnvVar() {
+  if (previous_) {
+    setenv(name_.c_str(), previous_->c_str(), 1);
+  } else {
+    unsetenv(name_.c_str());
+  }
+}
+
+ScopedWorkingDirectory::ScopedWorkingDirectory(const std::string& dir) {
+  char* current = getcwd(nullptr, 0);
+  previous_ = current != nullptr ? current : "/";
+  std::free(current);
+  ok_ = chdir(dir.c_str()) == 0;
+}
+
+ScopedWorkingDirectory::~ScopedWorkingDirectory() {
+  if (chdir(previous_.c_str()) != 0) std::abort();
+}
 
 void WriteFile(const std::string& path, const std::string& contents) {
   fs::create_directories(fs::path(path).parent_path());

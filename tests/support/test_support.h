@@ -2,6 +2,7 @@
 #ifndef NOM_TESTS_SUPPORT_TEST_SUPPORT_H_
 #define NOM_TESTS_SUPPORT_TEST_SUPPORT_H_
 
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -51,6 +52,38 @@ class TempDir {
  private:
   std::string path_;
 };
+
+// Sets (or, with nullopt, unsets) an environment variable while it lives, then restores it.
+class ScopedEnvVar {
+ public:
+  ScopedEnvVar(std::string name, const std::optional<std::string>& value);
+  ~ScopedEnvVar();
+  ScopedEnvVar(const ScopedEnvVar&) = delete;
+  ScopedEnvVar& operator=(const ScopedEnvVar&) = delete;
+
+ private:
+  std::string name_;
+  std::optional<std::string> previous_;
+};
+
+// Makes dir the working directory while it lives; restores the previous one after. A failed
+// restore stops the run, since later tests must not run in the wrong directory.
+class ScopedWorkingDirectory {
+ public:
+  explicit ScopedWorkingDirectory(const std::string& dir);
+  ~ScopedWorkingDirectory();
+  ScopedWorkingDirectory(const ScopedWorkingDirectory&) = delete;
+  ScopedWorkingDirectory& operator=(const ScopedWorkingDirectory&) = delete;
+  // False when dir could not be made the working directory.
+  bool ok() const { return ok_; }
+
+ private:
+  std::string previous_;
+  bool ok_ = false;
+};
+
+// The records of the module itself (levels 0 and 1), without the services' own diagnostics (2).
+std::vector<LogLine> ModuleLines(const LogCapture& capture);
 
 // Writes a file (creating its parent directories).
 void WriteFile(const std::string& path, const std::string& contents);
