@@ -408,10 +408,22 @@ TEST(CodePage, DefaultACP_Utf8LocaleIs65001) {
   EXPECT_EQ(65001u, DefaultACP());
 }
 
-TEST(CodePage, DefaultACP_UnknownCodesetFallsBackTo1252) {
+TEST(CodePage, DefaultACP_AsciiLocaleIs65001) {
   nomtest::ScopedEnvVar page("NOMZUB_CODE_PAGE", std::nullopt);
-  nomtest::ScopedEnvVar locale("LC_ALL", "C");  // ASCII: no Windows page of its own
-  EXPECT_EQ(1252u, DefaultACP());
+  nomtest::ScopedEnvVar locale("LC_ALL", "C");  // ASCII: UTF-8 names must still work
+  EXPECT_EQ(65001u, DefaultACP());
+}
+
+TEST(CodePage, CodePageOfCodeset_LocaleNamesToWindowsNumbers) {
+  EXPECT_EQ(65001u, CodePageOfCodeset("UTF-8"));
+  EXPECT_EQ(65001u, CodePageOfCodeset("ANSI_X3.4-1968"));
+  EXPECT_EQ(932u, CodePageOfCodeset("SHIFT_JIS"));
+  EXPECT_EQ(936u, CodePageOfCodeset("GBK"));
+  EXPECT_EQ(949u, CodePageOfCodeset("EUC-KR"));
+  EXPECT_EQ(950u, CodePageOfCodeset("BIG5"));
+  EXPECT_EQ(28591u, CodePageOfCodeset("ISO-8859-1"));
+  EXPECT_EQ(1252u, CodePageOfCodeset("CP1252"));
+  EXPECT_EQ(0u, CodePageOfCodeset("NO-SUCH-SET"));
 }
 
 TEST(CodePage, DefaultACP_BadEnvironmentValueIsLoggedAndIgnored) {

@@ -318,17 +318,33 @@ std::string AcpName() {
   return name;
 }
 
-// The Windows number of a locale codeset (as nl_langinfo names it); 0 when unknown.
-UINT PageOfCodeset(const char* codeset) {
+}  // namespace
+
+UINT CodePageOfCodeset(const char* codeset) {
   std::string key;
   for (const char* p = codeset; *p; ++p) {
     if (*p != '-' && *p != '_')
       key += static_cast<char>(std::toupper(static_cast<unsigned char>(*p)));
   }
   static const std::map<std::string, UINT> kNames = {
-      {"UTF8", CP_UTF8}, {"SHIFTJIS", 932},  {"SJIS", 932},    {"WINDOWS31J", 932}, {"GBK", 936},
-      {"GB2312", 936},   {"EUCCN", 936},     {"GB18030", 936}, {"EUCKR", 949},      {"UHC", 949},
-      {"BIG5", 950},     {"BIG5HKSCS", 950}, {"KOI8R", 20866}, {"KOI8U", 21866},
+      // The C locale's ASCII: file names on this platform are UTF-8, of which ASCII is a part.
+      {"ANSIX3.41968", CP_UTF8},
+      {"ASCII", CP_UTF8},
+      {"USASCII", CP_UTF8},
+      {"UTF8", CP_UTF8},
+      {"SHIFTJIS", 932},
+      {"SJIS", 932},
+      {"WINDOWS31J", 932},
+      {"GBK", 936},
+      {"GB2312", 936},
+      {"EUCCN", 936},
+      {"GB18030", 936},
+      {"EUCKR", 949},
+      {"UHC", 949},
+      {"BIG5", 950},
+      {"BIG5HKSCS", 950},
+      {"KOI8R", 20866},
+      {"KOI8U", 21866},
   };
   const auto it = kNames.find(key);
   if (it != kNames.end()) return it->second;
@@ -346,6 +362,8 @@ UINT PageOfCodeset(const char* codeset) {
   }
   return 0;
 }
+
+namespace {
 
 // The page named by NOMZUB_CODE_PAGE; 0 when it is unset, and also when it is not a supported
 // page number, which *problem then describes.
@@ -368,7 +386,7 @@ UINT PageFromEnvironment(std::string* problem) {
 UINT PageFromLocale() {
   locale_t loc = newlocale(LC_CTYPE_MASK, "", static_cast<locale_t>(0));
   if (loc == static_cast<locale_t>(0)) return 0;
-  const UINT cp = PageOfCodeset(nl_langinfo_l(CODESET, loc));
+  const UINT cp = CodePageOfCodeset(nl_langinfo_l(CODESET, loc));
   freelocale(loc);
   return cp != 0 && IsSupportedPage(cp) ? cp : 0;
 }

@@ -18,11 +18,15 @@ constexpr UINT CP_UTF8 = 65001;
 namespace nomplat {
 
 // The process's code page: NOMZUB_CODE_PAGE when set to a number, else 65001 when the locale's
-// codeset is UTF-8, else the locale's codeset as a Windows number (1252 when unknown).
+// codeset is UTF-8 or ASCII (the C locale), else the locale's codeset as a Windows number (1252
+// when it has none).
 NOM_API UINT GetACP();
 // Sets the process's code page (65001, 1252, 932, 936, 949, 950 or another single-byte page that
 // iconv knows). Returns false and changes nothing for a page it cannot convert.
 NOM_API bool SetACP(UINT codePage);
+// The Windows code page of a locale codeset as nl_langinfo names it ("UTF-8", "SHIFT_JIS",
+// "ISO-8859-1", ...); ASCII counts as 65001. 0 when the codeset has no Windows page.
+NOM_API UINT CodePageOfCodeset(const char* codeset);
 // True when byte b starts a double-byte character in the current code page.
 NOM_API bool IsLeadByte(unsigned char b);
 // The code page the process starts with, worked out now from NOMZUB_CODE_PAGE and the locale as
