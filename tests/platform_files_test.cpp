@@ -295,6 +295,81 @@ TEST_F(FilesTest, WriteFileAtomic_DirectoryTargetIsAccessDenied) {
   EXPECT_EQ((std::vector<std::string>{"x"}), ListDir(T("Dir")));
 }
 
+// --- WriteFileAtomicFrom ----------------------------------------------------------------------
+
+// Hands out its pieces in order; fails with error after failAfter pieces when error is set.
+class PiecesSource : public ContentSource {
+ public:
+  explicit PiecesSource(std::vector<std::string> pieces, DWORD error = 0, size_t failAfter = 0)
+      : pieces_(std::move(pieces)), error_(error), failAfter_(failAfter) {}
+  DWORD WriteTo(const Sink& sink) override {
+    for (size_t i = 0; i < pieces_.size(); ++i) {
+      if (error_ != 0 && i == failAfter_) return error_;
+      if (const DWORD e = sink(pieces_[i].data(), pieces_[i].size())) return e;
+    }
+    return 0;
+  }
+
+ private:
+  std::vector<std::string> pieces_;
+  DWORD error_;
+  size_t failAfter_;
+};
+
+TEST_F(FilesTest, WriteFileAtomicFrom_WritesThePiecesInOrder) {
+  PiecesSource source({"<a>", std::string(100000, 'x'), "</a>"});
+  EXPECT_EQ(0u, CurrentEnv()->WriteFileAtomicFrom("C:\\doc.xml", source));
+  EXPECT_EQ("<a>" + std::string(100000, 'x') + "</a>", ReadFile(T("doc.xml")));
+  EXPECT_EQ((std::vector<std::string>{"doc.xml"}), ListDir(tmp_.path()));
+}
+
+TEST_F(FilesTest, WriteFileAtomicFrom_SourceErrorLeavesTargetAsItWas) {
+  WriteFile(T("doc.xml"), "old");
+  PiecesSource source({"<a>", "</a>"}, 112, 1);
+  EXPECT_EQ(112u, CurrentEnv()->WriteFileAtomicFrom("C:\\doc.xml", source));
+  EXPECT_EQ("old", ReadFile(T("doc.xml")));
+  EXPECT_EQ((std::vector<std::string>{"doc.xml"}), ListDir(tmp_.path()));
+}
+
+TEST_F(FilesTest, WriteFileAtomicFrom_ReadOnlyTargetIsAccessDeniedAndUnchanged) {
+  WriteFile(T("doc.xml"), "old");
+  ASSERT_EQ(0, chmod(T("doc.xml").c_str(), 0444));
+  PiecesSource source({"new"});
+  EXPECT_EQ(5u, CurrentEnv()->WriteFileAtomicFrom("C:\\doc.xml", source));
+  EXPECT_EQ("old", ReadFile(T("doc.xml")));
+}
+
+// An Env that only replaces whole files: the default WriteFileAtomicFrom collects the pieces.
+class WholeFileEnv : public EnvWrapper {
+ public:
+  WholeFileEnv() : EnvWrapper(Env::Default()) {}
+  DWORD WriteFileAtomic(const std::string& path, const std::string& contents) override {
+    written.push_back(path + "=" + contents);
+    return 0;
+  }
+  DWORD WriteFileAtomicFrom(const std::string& path, ContentSource& source) override {
+    return Env::WriteFileAtomicFrom(path, source);
+  }
+  std::vector<std::string> written;
+};
+
+TEST_F(FilesTest, WriteFileAtomicFrom_DefaultCollectsPiecesIntoWriteFileAtomic) {
+  WholeFileEnv env;
+  PiecesSource source({"ab", "cd"});
+  EXPECT_EQ(0u, env.WriteFileAtomicFrom("C:\\doc.xml", source));
+  EXPECT_EQ((std::vector<std::string>{"C:\\doc.xml=abcd"}), env.written);
+}
+
+TEST_F(FilesTest, WriteFileAtomicFrom_FaultInjectionCountsAndFailsItAsWriteFileAtomic) {
+  FaultInjectionEnv faults(Env::Default());
+  faults.FailOn(FaultInjectionEnv::kWriteFileAtomic, 2, 112);
+  PiecesSource source({"x"});
+  EXPECT_EQ(0u, faults.WriteFileAtomicFrom("C:\\a.xml", source));
+  EXPECT_EQ(112u, faults.WriteFileAtomicFrom("C:\\b.xml", source));
+  EXPECT_EQ(2, faults.Count(FaultInjectionEnv::kWriteFileAtomic));
+  EXPECT_EQ((std::vector<std::string>{"a.xml"}), ListDir(tmp_.path()));
+}
+
 // --- CreateDirectories ------------------------------------------------------------------------
 
 TEST_F(FilesTest, CreateDirectories_CreatesMissingParents) {

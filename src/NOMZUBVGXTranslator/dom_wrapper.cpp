@@ -82,25 +82,29 @@ const char* LineEndOf(const std::string& buffer) {
   return newline != std::string::npos && newline > 0 && buffer[newline - 1] == '\r' ? "\r\n" : "\n";
 }
 
-class StringWriter : public pugi::xml_writer {
+// Hands what pugixml writes to a file sink in pieces of about 64 KiB. The first error of the
+// sink ends the writing: later pieces are dropped.
+class SinkWriter : public pugi::xml_writer {
  public:
-  explicit StringWriter(std::string* out) : out_(out) {}
+  explicit SinkWriter(const nomplat::ContentSource::Sink& sink) : sink_(sink) {
+    buffer_.reserve(kPiece);
+  }
   void write(const void* data, size_t size) override {
-    out_->append(static_cast<const char*>(data), size);
+    buffer_.append(static_cast<const char*>(data), size);
+    if (buffer_.size() >= kPiece) Flush();
+  }
+  // Writes what is buffered; returns 0 or the sink's first error.
+  DWORD Flush() {
+    if (error_ == 0 && !buffer_.empty()) error_ = sink_(buffer_.data(), buffer_.size());
+    buffer_.clear();
+    return error_;
   }
 
  private:
-  std::string* out_;
-};
-
-// Counts what a save would write, so the text can be allocated once at its final size.
-class CountingWriter : public pugi::xml_writer {
- public:
-  void write(const void*, size_t size) override { count_ += size; }
-  size_t count() const { return count_; }
-
- private:
-  size_t count_ = 0;
+  static constexpr size_t kPiece = 64 * 1024;
+  const nomplat::ContentSource::Sink& sink_;
+  std::string buffer_;
+  DWORD error_ = 0;
 };
 
 bool EqualsIgnoringCase(const char* a, const char* b) { return strcasecmp(a, b) == 0; }
@@ -131,16 +135,20 @@ void WriteDocument(XmlDocument& document, pugi::xml_writer& writer) {
   }
 }
 
-// The text SaveDoc writes, allocated once: a large document is not held twice while it grows.
-std::string Serialize(XmlDocument& document) {
-  CountingWriter counter;
-  WriteDocument(document, counter);
-  std::string text;
-  text.reserve(counter.count());
-  StringWriter writer(&text);
-  WriteDocument(document, writer);
-  return text;
-}
+// The document as SaveDoc writes it, produced while the file is written: a large document is
+// never held twice.
+class DocumentSource : public nomplat::ContentSource {
+ public:
+  explicit DocumentSource(XmlDocument& document) : document_(document) {}
+  DWORD WriteTo(const Sink& sink) override {
+    SinkWriter writer(sink);
+    WriteDocument(document_, writer);
+    return writer.Flush();
+  }
+
+ private:
+  XmlDocument& document_;
+};
 
 }  // namespace
 
@@ -293,8 +301,8 @@ HRESULT NOMZUBDOMWrapper::SaveDoc(const std::string& path) {
     nomzub::LogServiceError("Cannot save XML document " + path + ": no document is open");
     return E_FAIL;
   }
-  const std::string text = nomzub::Serialize(*impl_->document);
-  if (const DWORD error = nomplat::CurrentEnv()->WriteFileAtomic(path, text)) {
+  nomzub::DocumentSource source(*impl_->document);
+  if (const DWORD error = nomplat::CurrentEnv()->WriteFileAtomicFrom(path, source)) {
     nomzub::LogServiceError("Cannot save XML document " + path + ": " +
                             nomzub::DescribeWindowsError(error));
     return HRESULT_FROM_WIN32(error);

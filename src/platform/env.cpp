@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -226,31 +227,15 @@ class PosixEnv : public Env {
   }
 
   DWORD WriteFileAtomic(const std::string& path, const std::string& contents) override {
-    std::string native;
-    DWORD error = 0;
-    if (!ToNativePath(path, &native, &error)) return error;
-    struct stat existing;
-    const bool exists = stat(native.c_str(), &existing) == 0;
-    if (!exists && errno != ENOENT) return PathError(native, errno);
-    if (exists && (error = CheckReplaceable(existing)) != 0) return error;
-    Fd fd(-1);
-    std::string temp;
-    if ((error = CreateTempBeside(native, &fd, &temp)) != 0) return error;
-    error = WriteAll(fd.get(), contents.data(), contents.size());
-    // The replacement keeps the permissions of the file it replaces.
-    if (error == 0 && exists && fchmod(fd.get(), existing.st_mode & 07777) != 0) {
-      error = MapErrno(errno);
-    }
-    const DWORD closeError = fd.Close();
-    if (error == 0) error = closeError;
-    if (error == 0 && rename(temp.c_str(), native.c_str()) != 0) error = PathError(native, errno);
-    if (error != 0) {
-      unlink(temp.c_str());
-      NoteFileRemoved(temp);
-    } else {
-      NoteFileCreated(native);
-    }
-    return error;
+    return ReplaceFile(
+        path, [&contents](int fd) { return WriteAll(fd, contents.data(), contents.size()); });
+  }
+
+  DWORD WriteFileAtomicFrom(const std::string& path, ContentSource& source) override {
+    return ReplaceFile(path, [&source](int fd) {
+      return source.WriteTo(
+          [fd](const char* data, size_t size) { return WriteAll(fd, data, size); });
+    });
   }
 
   DWORD CreateDirectories(const std::string& path) override {
@@ -269,6 +254,36 @@ class PosixEnv : public Env {
     *value = found;
     return true;
   }
+
+ private:
+  // Writes a temporary file beside path with write(fd) and renames it over path.
+  DWORD ReplaceFile(const std::string& path, const std::function<DWORD(int fd)>& write) {
+    std::string native;
+    DWORD error = 0;
+    if (!ToNativePath(path, &native, &error)) return error;
+    struct stat existing;
+    const bool exists = stat(native.c_str(), &existing) == 0;
+    if (!exists && errno != ENOENT) return PathError(native, errno);
+    if (exists && (error = CheckReplaceable(existing)) != 0) return error;
+    Fd fd(-1);
+    std::string temp;
+    if ((error = CreateTempBeside(native, &fd, &temp)) != 0) return error;
+    error = write(fd.get());
+    // The replacement keeps the permissions of the file it replaces.
+    if (error == 0 && exists && fchmod(fd.get(), existing.st_mode & 07777) != 0) {
+      error = MapErrno(errno);
+    }
+    const DWORD closeError = fd.Close();
+    if (error == 0) error = closeError;
+    if (error == 0 && rename(temp.c_str(), native.c_str()) != 0) error = PathError(native, errno);
+    if (error != 0) {
+      unlink(temp.c_str());
+      NoteFileRemoved(temp);
+    } else {
+      NoteFileCreated(native);
+    }
+    return error;
+  }
 };
 
 // The Env installed by SetCurrentEnv; null for the default.
@@ -277,6 +292,17 @@ std::atomic<Env*> g_current{nullptr};
 }  // namespace
 
 Env::~Env() = default;
+
+ContentSource::~ContentSource() = default;
+
+DWORD Env::WriteFileAtomicFrom(const std::string& path, ContentSource& source) {
+  std::string contents;
+  const DWORD error = source.WriteTo([&contents](const char* data, size_t size) {
+    contents.append(data, size);
+    return DWORD{0};
+  });
+  return error != 0 ? error : WriteFileAtomic(path, contents);
+}
 
 Env* Env::Default() {
   static PosixEnv env;
@@ -306,6 +332,9 @@ DWORD EnvWrapper::ReadFile(const std::string& path, std::string* contents) {
 }
 DWORD EnvWrapper::WriteFileAtomic(const std::string& path, const std::string& contents) {
   return target_->WriteFileAtomic(path, contents);
+}
+DWORD EnvWrapper::WriteFileAtomicFrom(const std::string& path, ContentSource& source) {
+  return target_->WriteFileAtomicFrom(path, source);
 }
 DWORD EnvWrapper::CreateDirectories(const std::string& path) {
   return target_->CreateDirectories(path);
@@ -357,6 +386,11 @@ DWORD FaultInjectionEnv::ReadFile(const std::string& path, std::string* contents
 DWORD FaultInjectionEnv::WriteFileAtomic(const std::string& path, const std::string& contents) {
   const DWORD error = Tick(kWriteFileAtomic);
   return error != 0 ? error : EnvWrapper::WriteFileAtomic(path, contents);
+}
+
+DWORD FaultInjectionEnv::WriteFileAtomicFrom(const std::string& path, ContentSource& source) {
+  const DWORD error = Tick(kWriteFileAtomic);
+  return error != 0 ? error : EnvWrapper::WriteFileAtomicFrom(path, source);
 }
 
 DWORD FaultInjectionEnv::CreateDirectories(const std::string& path) {

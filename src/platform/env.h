@@ -5,13 +5,25 @@
 #ifndef NOM_PLATFORM_ENV_H_
 #define NOM_PLATFORM_ENV_H_
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "NOMSOITypes.h"
 
 namespace nomplat {
+
+// A file's contents produced piece by piece, so that a large file need not be held whole.
+class NOM_API ContentSource {
+ public:
+  // Receives one piece; returns 0, or the Windows error that ends the writing.
+  using Sink = std::function<DWORD(const char* data, size_t size)>;
+  virtual ~ContentSource();
+  // Hands every piece to sink, in order. Returns 0, or the first error sink returned.
+  virtual DWORD WriteTo(const Sink& sink) = 0;
+};
 
 class NOM_API Env {
  public:
@@ -34,6 +46,10 @@ class NOM_API Env {
   // file by file, and syncing each one would cost more than the whole copy.) A read-only target
   // fails with 5 and is left as it was. Returns 0 or an error.
   virtual DWORD WriteFileAtomic(const std::string& path, const std::string& contents) = 0;
+
+  // WriteFileAtomic with the contents taken from source as it produces them. This default
+  // collects them and calls WriteFileAtomic; the POSIX Env writes each piece as it comes.
+  virtual DWORD WriteFileAtomicFrom(const std::string& path, ContentSource& source);
 
   // Creates the directory and its missing parents. Returns 0 (also when it exists) or an error.
   virtual DWORD CreateDirectories(const std::string& path) = 0;
@@ -62,6 +78,7 @@ class NOM_API EnvWrapper : public Env {
   DWORD CopyFile(const std::string& src, const std::string& dst, bool failIfExists) override;
   DWORD ReadFile(const std::string& path, std::string* contents) override;
   DWORD WriteFileAtomic(const std::string& path, const std::string& contents) override;
+  DWORD WriteFileAtomicFrom(const std::string& path, ContentSource& source) override;
   DWORD CreateDirectories(const std::string& path) override;
   bool GetEnvironmentVariable(const std::string& name, std::string* value) override;
 
@@ -94,6 +111,8 @@ class NOM_API FaultInjectionEnv : public EnvWrapper {
   DWORD CopyFile(const std::string& src, const std::string& dst, bool failIfExists) override;
   DWORD ReadFile(const std::string& path, std::string* contents) override;
   DWORD WriteFileAtomic(const std::string& path, const std::string& contents) override;
+  // Counts and fails as WriteFileAtomic does.
+  DWORD WriteFileAtomicFrom(const std::string& path, ContentSource& source) override;
   DWORD CreateDirectories(const std::string& path) override;
   bool GetEnvironmentVariable(const std::string& name, std::string* value) override;
 
