@@ -1,7 +1,7 @@
 // NOMZUBObjectFactory: the named objects of the connected project, by OID. The factory owns them;
 // a pointer it hands out stays valid until ClearObjects.
-#include <map>
-#include <memory>
+#include <string>
+#include <unordered_map>
 
 #include "services/NOMZUBObjectFactory.h"
 
@@ -17,8 +17,10 @@ class NamedObject : public NOMIZUBObject {
   std::string name_;
 };
 
-std::map<std::string, std::unique_ptr<NamedObject>>& Objects() {
-  static std::map<std::string, std::unique_ptr<NamedObject>> objects;
+// Held in the nodes themselves (no allocation of their own): a project may have hundreds of
+// thousands of objects, and node-based storage keeps every handed-out pointer valid.
+std::unordered_map<std::string, NamedObject>& Objects() {
+  static std::unordered_map<std::string, NamedObject> objects;
   return objects;
 }
 
@@ -40,17 +42,13 @@ HRESULT NOMZUBObjectFactory::GetObject(const std::string& id, NOMIZUBObject** ob
   if (object == nullptr) return E_POINTER;
   auto it = Objects().find(id);
   if (it == Objects().end()) return S_FALSE;
-  *object = it->second.get();
+  *object = &it->second;
   return S_OK;
 }
 
 void nomzub::RegisterObject(const std::string& oid, const std::string& name) {
-  std::unique_ptr<NamedObject>& slot = Objects()[oid];
-  if (slot) {
-    slot->Rename(name);
-  } else {
-    slot = std::make_unique<NamedObject>(name);
-  }
+  const auto [it, inserted] = Objects().try_emplace(oid, name);
+  if (!inserted) it->second.Rename(name);
 }
 
 void nomzub::ClearObjects() { Objects().clear(); }

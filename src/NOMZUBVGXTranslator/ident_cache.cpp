@@ -1,21 +1,28 @@
 // The process-wide identifier cache. The generator fills it after each package; the getters hand
 // out copies, so a caller's map never shares state with the cache.
+//
+// The cache may hold hundreds of thousands of objects, so it keeps them compactly: an object's
+// ident paths as one string (each path followed by a NUL, which no path holds), and each process
+// ident's name and operation OID in one entry.
 #include <mutex>
-#include <vector>
 
 #include "services/NOMZUBVGXIdentCache.h"
 
 namespace nomzub {
 namespace {
 
+struct ProcessIdent {
+  std::string name;
+  std::string oid;
+  bool has_name = false;
+  bool has_oid = false;
+};
+
 struct IdentCache {
   std::mutex mutex;
-  // OID -> ident paths. Vectors, not deques: a deque costs a whole block even for one path, and
-  // the cache may hold hundreds of thousands of objects.
-  std::map<std::string, std::vector<std::string>, NOMMbsLess> object_paths;
+  NOMStringMap object_paths;     // OID -> its ident paths, each followed by '\0'
   NOMStringMap operation_paths;  // operation OID -> ident path
-  NOMStringMap process_names;    // process ident -> name
-  NOMStringMap process_oids;     // process ident -> operation OID
+  std::map<std::string, ProcessIdent, NOMMbsLess> process_idents;
 };
 
 IdentCache& Cache() {
@@ -23,12 +30,15 @@ IdentCache& Cache() {
   return *cache;
 }
 
-// Replaces target with a copy of the cache's map chosen by member, under the cache's lock.
-template <typename Map>
-HRESULT CopyOut(Map IdentCache::*member, Map& target) {
+// Replaces map with the process idents that have the field, mapped to its value.
+HRESULT CopyProcessField(NOMStringMap& map, bool ProcessIdent::*has,
+                         std::string ProcessIdent::*field) {
   IdentCache& cache = Cache();
   std::lock_guard<std::mutex> lock(cache.mutex);
-  target = cache.*member;
+  map.clear();
+  for (const auto& [ident, entry] : cache.process_idents) {
+    if (entry.*has) map.emplace_hint(map.end(), ident, entry.*field);
+  }
   return S_OK;
 }
 
@@ -39,14 +49,15 @@ void IdentCacheClear() {
   std::lock_guard<std::mutex> lock(cache.mutex);
   cache.object_paths.clear();
   cache.operation_paths.clear();
-  cache.process_names.clear();
-  cache.process_oids.clear();
+  cache.process_idents.clear();
 }
 
 void IdentCacheAddObjectPath(const std::string& oid, const std::string& identPath) {
   IdentCache& cache = Cache();
   std::lock_guard<std::mutex> lock(cache.mutex);
-  cache.object_paths[oid].push_back(identPath);
+  std::string& paths = cache.object_paths[oid];
+  paths += identPath;
+  paths += '\0';
 }
 
 void IdentCacheAddObject(const std::string& oid) {
@@ -70,14 +81,18 @@ void IdentCacheSetProcessIdent(const std::string& processIdent, const std::strin
 void IdentCacheSetProcessIdentName(const std::string& processIdent, const std::string& name) {
   IdentCache& cache = Cache();
   std::lock_guard<std::mutex> lock(cache.mutex);
-  cache.process_names[processIdent] = name;
+  ProcessIdent& entry = cache.process_idents[processIdent];
+  entry.name = name;
+  entry.has_name = true;
 }
 
 void IdentCacheSetProcessIdentOID(const std::string& processIdent,
                                   const std::string& operationOid) {
   IdentCache& cache = Cache();
   std::lock_guard<std::mutex> lock(cache.mutex);
-  cache.process_oids[processIdent] = operationOid;
+  ProcessIdent& entry = cache.process_idents[processIdent];
+  entry.oid = operationOid;
+  entry.has_oid = true;
 }
 
 }  // namespace nomzub
@@ -89,20 +104,30 @@ HRESULT NOMZUBVGXIdentCache::GetOIDIdentPathsMap(NOMOIDIdentPathsMap& map) {
   nomzub::IdentCache& cache = nomzub::Cache();
   std::lock_guard<std::mutex> lock(cache.mutex);
   map.clear();
-  for (const auto& [oid, paths] : cache.object_paths) {
-    map.emplace_hint(map.end(), oid, std::deque<std::string>(paths.begin(), paths.end()));
+  for (const auto& [oid, joined] : cache.object_paths) {
+    std::deque<std::string>& paths =
+        map.emplace_hint(map.end(), oid, std::deque<std::string>())->second;
+    for (size_t start = 0; start < joined.size();) {
+      const size_t end = joined.find('\0', start);
+      paths.emplace_back(joined, start, end - start);
+      start = end + 1;
+    }
   }
   return S_OK;
 }
 
 HRESULT NOMZUBVGXIdentCache::GetOpOIDIdentPathMap(NOMStringMap& map) {
-  return nomzub::CopyOut(&nomzub::IdentCache::operation_paths, map);
+  nomzub::IdentCache& cache = nomzub::Cache();
+  std::lock_guard<std::mutex> lock(cache.mutex);
+  map = cache.operation_paths;
+  return S_OK;
 }
 
 HRESULT NOMZUBVGXIdentCache::GetProcessIdentNameMap(NOMStringMap& map) {
-  return nomzub::CopyOut(&nomzub::IdentCache::process_names, map);
+  return nomzub::CopyProcessField(map, &nomzub::ProcessIdent::has_name,
+                                  &nomzub::ProcessIdent::name);
 }
 
 HRESULT NOMZUBVGXIdentCache::GetProcessIdentOIDMap(NOMStringMap& map) {
-  return nomzub::CopyOut(&nomzub::IdentCache::process_oids, map);
+  return nomzub::CopyProcessField(map, &nomzub::ProcessIdent::has_oid, &nomzub::ProcessIdent::oid);
 }
