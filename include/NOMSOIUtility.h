@@ -79,6 +79,9 @@ class NOM_API NOMSOIUtility {
 
   // The walk shared by the two child-handling variants.
   friend class NOMSOIChildWalk;
+  // The host's check of a package before Pack & Go resolves references with the module's own
+  // rules.
+  friend class NOMSOIPreflight;
   // Tests reach the private operations through it.
   friend class NOMSOIUtilityTestPeer;
 };

@@ -4,6 +4,7 @@
 // of a generated package.
 #include <gtest/gtest.h>
 
+#include <deque>
 #include <filesystem>
 #include <pugixml.hpp>
 #include <set>
@@ -124,7 +125,7 @@ class GeneratorTest : public ::testing::Test {
  protected:
   void SetUp() override {
     nomtest::ResetPlanningServices();
-    ASSERT_EQ(nomzub::LoadSamplePlanningData(url_), S_OK);
+    ASSERT_TRUE(nomtest::MakeSampleDatabase(dir_.Sub("plan.db")));
     log_.clear();
   }
   void TearDown() override { nomtest::ResetPlanningServices(); }
@@ -137,6 +138,36 @@ class GeneratorTest : public ::testing::Test {
     NOMZUBVGXGenerator generator;
     return generator.GenerateVGXPackage(input, soi_, name, option);
   }
+  // Runs sql on the test's database; false when it fails.
+  bool Sql(const std::string& sql) { return nomzub::RunPlanningSql(url_, sql, nullptr) == S_OK; }
+  // Adds count products X-0 .. X-(count-1) to the sample project, each (but the last) holding two
+  // instances of the next, and a top-level entry of X-0: one instance of X-k brings
+  // 2^(count-k) - 1 objects.
+  bool AddDoublingStructure(int count) {
+    const std::string numbers =
+        "WITH RECURSIVE n(k) AS (SELECT 0 UNION ALL SELECT k + 1 FROM n "
+        "WHERE k + 1 < " +
+        std::to_string(count) + ") ";
+    return Sql(numbers +
+               "INSERT INTO products (project, oid, name, kind) "
+               "SELECT 'AssemblyLine', 'X-' || k, 'Level', 'product' FROM n") &&
+           Sql(numbers +
+               "INSERT INTO instances SELECT 'AssemblyLine', 'X-' || k, 'X-' || (k + 1), half, "
+               "'Half', 0, 0, 0, 0, 0 FROM n, (SELECT 'A' AS half UNION ALL SELECT 'B') "
+               "WHERE k + 1 < " +
+               std::to_string(count)) &&
+           Sql("INSERT INTO instances VALUES ('AssemblyLine', NULL, 'X-0', 'Doubling', "
+               "'Doubling', 99, 0, 0, 0, 0)");
+  }
+  // How many objects the identifier cache holds an ident path for.
+  size_t CachedObjectCount() {
+    NOMOIDIdentPathsMap paths;
+    NOMZUBVGXIdentCache::GetOIDIdentPathsMap(paths);
+    size_t count = 0;
+    for (const auto& entry : paths) count += entry.second.size();
+    return count;
+  }
+
   // Connects and generates with the default input.
   void ConnectAndGenerate(const std::string& option = "", const std::string& filters = "") {
     ASSERT_EQ(Connect(filters), S_OK);
@@ -420,6 +451,191 @@ TEST_F(GeneratorTest, Generator_Filter_NotAndParentheses) {
   EXPECT_EQ(ChildAttributes(List(main, "ResourceList"), "CLitAssyGroup", "Ident"),
             (Strings{"Robot", "Hoist"}));
   EXPECT_EQ(ChildAttributes(List(main, "ManufProd"), "CLitAssyGroup", "Ident"), Strings{"Gearbox"});
+}
+
+TEST_F(GeneratorTest, Generator_Filter_ChainOf100000TermsEvaluated) {
+  std::string chain = "kind=resource";
+  for (int i = 0; i < 100000; ++i) chain += " or kind=resource";
+  ConnectAndGenerate("", chain);
+  pugi::xml_document main = Parse(Main());
+  EXPECT_EQ(ChildAttributes(List(main, "ResourceList"), "CLitAssyGroup", "Ident"),
+            (Strings{"Robot", "Nutrunner", "Hoist"}));
+  EXPECT_TRUE(ChildAttributes(List(main, "ProductList"), "CLitAssyGroup", "Ident").empty());
+}
+
+TEST_F(GeneratorTest, Generator_Filter_Nesting256Evaluated) {
+  ConnectAndGenerate("", std::string(256, '(') + "kind=context" + std::string(256, ')'));
+  pugi::xml_document main = Parse(Main());
+  EXPECT_EQ(ChildAttributes(List(main, "PlanningContext"), "CLitAssyGroup", "Ident"),
+            Strings{"Hall"});
+  EXPECT_TRUE(ChildAttributes(List(main, "ResourceList"), "CLitAssyGroup", "Ident").empty());
+}
+
+// ---- The bound on the objects of a package ----
+
+TEST_F(GeneratorTest, Generator_MaxObjects_DefaultIsTenMillion) {
+  nomzub::SetMaxObjects(0);
+  EXPECT_EQ(nomzub::MaxObjects(), 10000000u);
+  EXPECT_EQ(nomzub::MaxObjects(), nomzub::kDefaultMaxObjects);
+  nomzub::SetMaxObjects(42);
+  EXPECT_EQ(nomzub::MaxObjects(), 42u);
+  nomzub::SetMaxObjects(0);
+  EXPECT_EQ(nomzub::MaxObjects(), 10000000u);
+}
+
+// The sample's structure: the line (1 + 3 stations of 14 + a conveyor of 8 = 51), three
+// resources, the gearbox (10) and the hall: 65 objects.
+TEST_F(GeneratorTest, Generator_MaxObjects_ExactCountAccepted) {
+  ConnectAndGenerate();
+  const size_t objects = CachedObjectCount();
+  EXPECT_EQ(objects, 65u);
+  nomzub::SetMaxObjects(objects);
+  EXPECT_EQ(Generate(), S_OK);
+  EXPECT_EQ(CachedObjectCount(), objects);
+}
+
+TEST_F(GeneratorTest, Generator_MaxObjects_OneBelowCountRefusedNamingProductAndLimit) {
+  ASSERT_EQ(Connect(), S_OK);
+  nomzub::SetMaxObjects(64);
+  EXPECT_EQ(Generate(), E_FAIL);
+  EXPECT_EQ(log_.messages(2),
+            Strings{std::string(kError) +
+                    "cannot generate package 'SOI' of project 'AssemblyLine': the package would "
+                    "hold more than 64 objects (the limit), passed at product C-HALL"});
+  EXPECT_FALSE(FileExists(dir_.Sub("out")));
+  EXPECT_FALSE(FileExists(dir_.Sub("cache")));
+  EXPECT_EQ(RegisteredMain(), "");
+  EXPECT_EQ(CachedObjectCount(), 0u);
+}
+
+TEST_F(GeneratorTest, Generator_MaxObjects_ProductPassingAloneIsNamed) {
+  ASSERT_EQ(Connect(), S_OK);
+  nomzub::SetMaxObjects(13);
+  EXPECT_EQ(Generate(), E_FAIL);
+  EXPECT_EQ(log_.messages(2),
+            Strings{std::string(kError) +
+                    "cannot generate package 'SOI' of project 'AssemblyLine': the package would "
+                    "hold more than 13 objects (the limit), passed at product P-STATION"});
+}
+
+TEST_F(GeneratorTest, Generator_MaxObjects_OnlySelectedEntriesCounted) {
+  ASSERT_EQ(Connect("kind=resource"), S_OK);
+  nomzub::SetMaxObjects(3);
+  EXPECT_EQ(Generate(), S_OK);
+  EXPECT_EQ(CachedObjectCount(), 3u);
+}
+
+// 41 products, each instantiated twice below the one before: 2^41 - 1 objects, counted per
+// product rather than per object, refused where the count passes ten million (X-17 brings
+// 2^24 - 1 objects).
+TEST_F(GeneratorTest, Generator_MaxObjects_DoublingStructureRefusedWithoutExpanding) {
+  ASSERT_TRUE(AddDoublingStructure(41));
+  ASSERT_EQ(Connect(), S_OK);
+  EXPECT_EQ(Generate(), E_FAIL);
+  EXPECT_EQ(log_.messages(2),
+            Strings{std::string(kError) +
+                    "cannot generate package 'SOI' of project 'AssemblyLine': the package would "
+                    "hold more than 10000000 objects (the limit), passed at product X-17"});
+  EXPECT_EQ(RegisteredMain(), "");
+  EXPECT_FALSE(FileExists(soi_));
+}
+
+TEST_F(GeneratorTest, Generator_MaxObjects_DoublingStructureWithinLimitExpanded) {
+  ASSERT_TRUE(AddDoublingStructure(10));
+  ASSERT_EQ(Connect("oid=X-0"), S_OK);
+  nomzub::SetMaxObjects(1023);
+  ASSERT_EQ(Generate(), S_OK);
+  EXPECT_EQ(CachedObjectCount(), 1023u);
+  nomzub::SetMaxObjects(1022);
+  EXPECT_EQ(Generate(), E_FAIL);
+}
+
+TEST_F(GeneratorTest, Generator_Generate_StructureOf1000LevelsWritten) {
+  std::string numbers =
+      "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 1000) ";
+  ASSERT_TRUE(Sql(numbers + "INSERT INTO products (project, oid, name, kind) "
+                            "SELECT 'AssemblyLine', 'D-' || i, 'Level ' || i, 'product' FROM n"));
+  ASSERT_TRUE(Sql(numbers +
+                  "INSERT INTO instances SELECT 'AssemblyLine', 'D-' || i, 'D-' || (i + 1), "
+                  "'L' || (i + 1), 'Level', 0, 0, 0, 0, 0 FROM n WHERE i < 1000"));
+  ASSERT_TRUE(
+      Sql("INSERT INTO instances VALUES ('AssemblyLine', NULL, 'D-1', 'Deep', 'Deep', "
+          "99, 0, 0, 0, 0)"));
+  ConnectAndGenerate("", "oid=D-1");
+  NOMOIDIdentPathsMap paths;
+  NOMZUBVGXIdentCache::GetOIDIdentPathsMap(paths);
+  std::string deepest = "ProductList/Deep";
+  for (int i = 2; i <= 1000; ++i) deepest += "/L" + std::to_string(i);
+  EXPECT_EQ(paths["D-1000"], std::deque<std::string>{deepest});
+  EXPECT_EQ(CachedObjectCount(), 1000u);
+  EXPECT_TRUE(FileExists(Doc("D-1000")));
+}
+
+// ---- The generator options the host may check beforehand ----
+
+TEST(GeneratorOptions, GeneratorOptions_Known_ListsRefsAndSep) {
+  EXPECT_EQ(nomzub::KnownGeneratorOptions(),
+            (Strings{"refs=relative|dot|climb|drive[,...]", "sep=backslash|slash|mixed"}));
+}
+
+TEST(GeneratorOptions, GeneratorOptions_IsKnown_EmptyAccepted) {
+  std::string problem = "untouched";
+  EXPECT_TRUE(nomzub::IsKnownGeneratorOption("", &problem));
+  EXPECT_EQ(problem, "untouched");
+}
+
+TEST(GeneratorOptions, GeneratorOptions_IsKnown_DocumentedFormsAccepted) {
+  for (const char* option :
+       {"refs=climb,drive;sep=slash", "refs=relative", "refs=dot,dot", "sep=backslash", "sep=mixed",
+        "refs=relative,dot,climb,drive;sep=mixed", "sep=slash;refs=drive"}) {
+    std::string problem;
+    EXPECT_TRUE(nomzub::IsKnownGeneratorOption(option, &problem)) << option << ": " << problem;
+  }
+}
+
+TEST(GeneratorOptions, GeneratorOptions_IsKnown_UnknownItemRefusedWithProblem) {
+  std::string problem;
+  EXPECT_FALSE(nomzub::IsKnownGeneratorOption("colour=red", &problem));
+  EXPECT_EQ(problem,
+            "generator option: cannot read 'colour=red' (expected refs=FORM,... or "
+            "sep=backslash|slash|mixed)");
+}
+
+TEST(GeneratorOptions, GeneratorOptions_IsKnown_UnknownFormRefused) {
+  std::string problem;
+  EXPECT_FALSE(nomzub::IsKnownGeneratorOption("refs=relative,rooted", &problem));
+  EXPECT_EQ(problem,
+            "generator option: unknown reference form 'rooted' (expected relative, dot, climb or "
+            "drive)");
+}
+
+TEST(GeneratorOptions, GeneratorOptions_IsKnown_UnknownSeparatorRefused) {
+  std::string problem;
+  EXPECT_FALSE(nomzub::IsKnownGeneratorOption("sep=colon", &problem));
+  EXPECT_FALSE(problem.empty());
+}
+
+TEST(GeneratorOptions, GeneratorOptions_IsKnown_EmptyItemRefused) {
+  std::string problem;
+  EXPECT_FALSE(nomzub::IsKnownGeneratorOption("refs=dot;", &problem));
+  EXPECT_EQ(problem,
+            "generator option: cannot read '' (expected refs=FORM,... or "
+            "sep=backslash|slash|mixed)");
+  EXPECT_FALSE(nomzub::IsKnownGeneratorOption("refs=", &problem));
+}
+
+TEST(GeneratorOptions, GeneratorOptions_IsKnown_NullProblemAllowed) {
+  EXPECT_FALSE(nomzub::IsKnownGeneratorOption("bogus", nullptr));
+  EXPECT_TRUE(nomzub::IsKnownGeneratorOption("sep=slash", nullptr));
+}
+
+TEST_F(GeneratorTest, Generator_Option_CheckAgreesWithGeneration) {
+  ASSERT_EQ(Connect(), S_OK);
+  for (const char* option : {"", "refs=drive", "sep=slash;refs=dot", "refs=", "Refs=dot",
+                             "refs=dot;;sep=slash", "sep=mixed", "x"}) {
+    EXPECT_EQ(nomzub::IsKnownGeneratorOption(option, nullptr), Generate(option) == S_OK)
+        << "option '" << option << "'";
+  }
 }
 
 TEST_F(GeneratorTest, Generator_IdentCache_EveryOccurrenceOfEveryObject) {

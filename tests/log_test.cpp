@@ -94,7 +94,7 @@ TEST(LogFormatTest, Log_FormatRecord_RawIsLevelTabMessageNewline) {
 }
 
 TEST(LogFormatTest, Log_FormatRecord_RawKeepsMessageBytesExactly) {
-  const std::string message = std::string("a\"\\\x01\xE9", 5);
+  const std::string message = "a\"\\\xE9\x95\\";
   EXPECT_EQ(FormatLogRecord(LogFormat::kRaw, message, -3), "-3\t" + message + "\n");
 }
 
@@ -156,6 +156,206 @@ TEST(LogFormatTest, Log_FormatRecord_JsonlConvertsCodePageToUtf8) {
   const std::string record = FormatLogRecord(LogFormat::kJsonl, "caf\xE9", 0);
   nomplat::SetACP(previous);
   EXPECT_THAT(record, ::testing::EndsWith("\"message\":\"caf\xC3\xA9\"}\n"));
+}
+
+// The message part of a text record: what follows the timestamp and " L<level> ".
+std::string TextMessageOf(const std::string& record) {
+  const size_t space = record.find(' ', 25);
+  return space == std::string::npos ? record : record.substr(space + 1);
+}
+
+TEST(LogFormatTest, Log_FormatRecord_TextEscapesNewline) {
+  const std::string record = FormatLogRecord(LogFormat::kText, "Info:\t a\n0\tforged", 0);
+  EXPECT_EQ(TextMessageOf(record), "Info:\t a\\n0\tforged\n");
+  EXPECT_EQ(Lines(record).size(), 1u);
+}
+
+TEST(LogFormatTest, Log_FormatRecord_RawEscapesNewline) {
+  EXPECT_EQ(FormatLogRecord(LogFormat::kRaw, "Info:\t a\n0\tforged", 1),
+            "1\tInfo:\t a\\n0\tforged\n");
+}
+
+TEST(LogFormatTest, Log_FormatRecord_TextEscapesCarriageReturn) {
+  const std::string record = FormatLogRecord(LogFormat::kText, "a\rb\r\n", 0);
+  EXPECT_EQ(TextMessageOf(record), "a\\rb\\r\\n\n");
+}
+
+TEST(LogFormatTest, Log_FormatRecord_RawEscapesCarriageReturn) {
+  EXPECT_EQ(FormatLogRecord(LogFormat::kRaw, "a\rb\r\n", 0), "0\ta\\rb\\r\\n\n");
+}
+
+TEST(LogFormatTest, Log_FormatRecord_TextEscapesEscape) {
+  const std::string record = FormatLogRecord(LogFormat::kText, "x\x1B[2Jy\x1B]0;t\x07", 0);
+  EXPECT_EQ(TextMessageOf(record), "x\\x1B[2Jy\\x1B]0;t\\x07\n");
+}
+
+TEST(LogFormatTest, Log_FormatRecord_RawEscapesEscape) {
+  EXPECT_EQ(FormatLogRecord(LogFormat::kRaw, "x\x1B[2Jy", 0), "0\tx\\x1B[2Jy\n");
+}
+
+// Every control byte other than tab, newline and carriage return, NUL included.
+std::string OtherControls() {
+  std::string controls;
+  for (int c = 0; c < 0x20; ++c) {
+    if (c != '\t' && c != '\n' && c != '\r') controls += static_cast<char>(c);
+  }
+  return controls;
+}
+
+const char kOtherControlsEscaped[] =
+    "\\x00\\x01\\x02\\x03\\x04\\x05\\x06\\x07\\x08\\x0B\\x0C\\x0E\\x0F\\x10\\x11\\x12\\x13"
+    "\\x14\\x15\\x16\\x17\\x18\\x19\\x1A\\x1B\\x1C\\x1D\\x1E\\x1F";
+
+TEST(LogFormatTest, Log_FormatRecord_TextEscapesOtherControlsInUpperCaseHex) {
+  const std::string record = FormatLogRecord(LogFormat::kText, "<" + OtherControls() + ">", 0);
+  EXPECT_EQ(TextMessageOf(record), "<" + std::string(kOtherControlsEscaped) + ">\n");
+}
+
+TEST(LogFormatTest, Log_FormatRecord_RawEscapesOtherControlsInUpperCaseHex) {
+  EXPECT_EQ(FormatLogRecord(LogFormat::kRaw, "<" + OtherControls() + ">", 0),
+            "0\t<" + std::string(kOtherControlsEscaped) + ">\n");
+}
+
+TEST(LogFormatTest, Log_FormatRecord_TextEscapesNulInsideMessage) {
+  const std::string record = FormatLogRecord(LogFormat::kText, std::string("a\0b", 3), 0);
+  EXPECT_EQ(TextMessageOf(record), "a\\x00b\n");
+}
+
+TEST(LogFormatTest, Log_FormatRecord_RawEscapesNulInsideMessage) {
+  EXPECT_EQ(FormatLogRecord(LogFormat::kRaw, std::string("a\0b", 3), 0), "0\ta\\x00b\n");
+}
+
+TEST(LogFormatTest, Log_FormatRecord_TextEscapesDelete) {
+  const std::string record = FormatLogRecord(LogFormat::kText,
+                                             "a\x7F"
+                                             "b",
+                                             0);
+  EXPECT_EQ(TextMessageOf(record), "a\\x7Fb\n");
+}
+
+TEST(LogFormatTest, Log_FormatRecord_RawEscapesDelete) {
+  EXPECT_EQ(FormatLogRecord(LogFormat::kRaw,
+                            "a\x7F"
+                            "b",
+                            0),
+            "0\ta\\x7Fb\n");
+}
+
+TEST(LogFormatTest, Log_FormatRecord_TextKeepsTabs) {
+  const std::string record = FormatLogRecord(LogFormat::kText, "****** ERROR:\t a\tb\t", 2);
+  EXPECT_EQ(TextMessageOf(record), "****** ERROR:\t a\tb\t\n");
+}
+
+TEST(LogFormatTest, Log_FormatRecord_RawKeepsTabs) {
+  EXPECT_EQ(FormatLogRecord(LogFormat::kRaw, "****** ERROR:\t a\tb\t", 2),
+            "2\t****** ERROR:\t a\tb\t\n");
+}
+
+TEST(LogFormatTest, Log_FormatRecord_TextKeepsBackslashesSingle) {
+  const std::string message = "Info:\t Unable to open Document - C:\\pkg\\n\\x1B.vgxXml\\";
+  const std::string record = FormatLogRecord(LogFormat::kText, message, 0);
+  EXPECT_EQ(TextMessageOf(record), message + "\n");
+}
+
+TEST(LogFormatTest, Log_FormatRecord_RawKeepsBackslashesSingle) {
+  const std::string message = "Info:\t Unable to open Document - C:\\pkg\\n\\x1B.vgxXml\\";
+  EXPECT_EQ(FormatLogRecord(LogFormat::kRaw, message, 0), "0\t" + message + "\n");
+}
+
+TEST(LogFormatTest, Log_FormatRecord_TextConvertsCodePage1252ToUtf8) {
+  nomplat::ScopedCodePage page(1252);
+  ASSERT_TRUE(page.ok());
+  const std::string record = FormatLogRecord(LogFormat::kText, "caf\xE9", 0);
+  EXPECT_EQ(TextMessageOf(record), "caf\xC3\xA9\n");
+}
+
+TEST(LogFormatTest, Log_FormatRecord_RawKeepsCodePage1252Bytes) {
+  nomplat::ScopedCodePage page(1252);
+  ASSERT_TRUE(page.ok());
+  EXPECT_EQ(FormatLogRecord(LogFormat::kRaw, "caf\xE9\n", 0), "0\tcaf\xE9\\n\n");
+}
+
+TEST(LogFormatTest, Log_FormatRecord_TextConvertsBeforeEscaping1252) {
+  nomplat::ScopedCodePage page(1252);
+  ASSERT_TRUE(page.ok());
+  const std::string record = FormatLogRecord(LogFormat::kText, "\xE9\x1B\xE9", 0);
+  EXPECT_EQ(TextMessageOf(record), "\xC3\xA9\\x1B\xC3\xA9\n");
+}
+
+TEST(LogFormatTest, Log_FormatRecord_TextReplacesInvalidUtf8) {
+  nomplat::ScopedCodePage page(65001);
+  ASSERT_TRUE(page.ok());
+  const std::string record = FormatLogRecord(LogFormat::kText,
+                                             "a\xFF"
+                                             "b\xC3\n\xE2\x82",
+                                             0);
+  EXPECT_EQ(TextMessageOf(record),
+            "a\xEF\xBF\xBD"
+            "b\xEF\xBF\xBD\\n\xEF\xBF\xBD\xEF\xBF\xBD\n");
+}
+
+TEST(LogFormatTest, Log_FormatRecord_TextKeepsValidUtf8) {
+  nomplat::ScopedCodePage page(65001);
+  ASSERT_TRUE(page.ok());
+  const std::string record = FormatLogRecord(LogFormat::kText, "caf\xC3\xA9 \xE2\x82\xAC", 0);
+  EXPECT_EQ(TextMessageOf(record), "caf\xC3\xA9 \xE2\x82\xAC\n");
+}
+
+TEST(LogFormatTest, Log_FormatRecord_RawKeepsInvalidUtf8Bytes) {
+  nomplat::ScopedCodePage page(65001);
+  ASSERT_TRUE(page.ok());
+  EXPECT_EQ(FormatLogRecord(LogFormat::kRaw,
+                            "a\xFF"
+                            "b\xC3",
+                            0),
+            "0\ta\xFF"
+            "b\xC3\n");
+}
+
+TEST(LogFormatTest, Log_FormatRecord_TextReplacesInvalid932Bytes) {
+  nomplat::ScopedCodePage page(932);
+  ASSERT_TRUE(page.ok());
+  // 0xA0 is no character in 932.
+  const std::string record = FormatLogRecord(LogFormat::kText,
+                                             "a\xA0"
+                                             "b",
+                                             0);
+  EXPECT_EQ(TextMessageOf(record),
+            "a\xEF\xBF\xBD"
+            "b\n");
+}
+
+TEST(LogFormatTest, Log_FormatRecord_Text932LeadByteDoesNotHideFollowingNewline) {
+  nomplat::ScopedCodePage page(932);
+  ASSERT_TRUE(page.ok());
+  const std::string record = FormatLogRecord(LogFormat::kText, "a\x81\nb", 0);
+  EXPECT_EQ(TextMessageOf(record), "a\xEF\xBF\xBD\\nb\n");
+}
+
+TEST(LogFormatTest, Log_FormatRecord_Raw932KeepsBytesAndEscapesControls) {
+  nomplat::ScopedCodePage page(932);
+  ASSERT_TRUE(page.ok());
+  EXPECT_EQ(FormatLogRecord(LogFormat::kRaw, "C:\\\x95\\\x83\x65\r", 0),
+            "0\tC:\\\x95\\\x83\x65\\r\n");
+}
+
+TEST(LogFormatTest, Log_FormatRecord_JsonlStillEscapesControlsAsJson) {
+  nomplat::ScopedCodePage page(65001);
+  ASSERT_TRUE(page.ok());
+  const std::string record = FormatLogRecord(LogFormat::kJsonl,
+                                             "C:\\a\n0\tforged\x1B\x7F"
+                                             "\xC3\xA9",
+                                             0);
+  EXPECT_THAT(record,
+              ::testing::EndsWith(
+                  ",\"level\":0,\"message\":\"C:\\\\a\\n0\\tforged\\u001b\x7F\xC3\xA9\"}\n"));
+}
+
+TEST(LogFormatTest, Log_FormatRecord_Jsonl932IsConvertedOnce) {
+  nomplat::ScopedCodePage page(932);
+  ASSERT_TRUE(page.ok());
+  const std::string record = FormatLogRecord(LogFormat::kJsonl, "\x83\x65\x95\\", 0);
+  EXPECT_THAT(record, ::testing::EndsWith("\"message\":\"\xE3\x83\x86\xE8\xA1\xA8\"}\n"));
 }
 
 TEST(LogFormatTest, Log_ParseFormat_AcceptsTheThreeNames) {
@@ -244,6 +444,45 @@ TEST_F(LogFileTest, Log_ConfigureLog_JsonlFormatInFile) {
   ASSERT_EQ(lines.size(), 2u);
   EXPECT_THAT(lines[0], ::testing::EndsWith(",\"level\":0,\"message\":\"a\"}"));
   EXPECT_THAT(lines[1], ::testing::EndsWith(",\"level\":1,\"message\":\"b\\\"\"}"));
+}
+
+TEST_F(LogFileTest, Log_ConfigureLog_TextFileConverts932ToUtf8) {
+  const std::string file = dir_.Sub("run.log");
+  ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kText));
+  {
+    nomplat::ScopedCodePage page(932);
+    ASSERT_TRUE(page.ok());
+    // "テスト" and "表" (0x95 0x5C: its trail byte is no backslash) in a Windows path.
+    NOMZUBLog::WriteMsg(
+        "Info:\t Unable to open Document - C:\\\x83\x65\x83\x58\x83\x67\\\x95\\.vgxXml", 2);
+  }
+  EXPECT_THAT(
+      ReadFile(file),
+      MatchesRegex(std::string(kTimestamp) +
+                   " L2 Info:\t Unable to open Document - "
+                   "C:\\\\\xE3\x83\x86\xE3\x82\xB9\xE3\x83\x88\\\\\xE8\xA1\xA8\\.vgxXml\n"));
+}
+
+TEST_F(LogFileTest, Log_ConfigureLog_TextFileRecordWithNewlineStaysOneLine) {
+  const std::string file = dir_.Sub("run.log");
+  ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kText));
+  NOMZUBLog::WriteMsg("Info:\t Unable to open Document - a\n2026-01-01T00:00:00.000Z L0 forged", 2);
+  NOMZUBLog::WriteMsg("next", 0);
+  const std::vector<std::string> lines = Lines(ReadFile(file));
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_THAT(lines[0], ::testing::EndsWith(
+                            " L2 Info:\t Unable to open Document - a\\n2026-01-01T00:00:00.000Z "
+                            "L0 forged"));
+  EXPECT_THAT(lines[1], ::testing::EndsWith(" L0 next"));
+}
+
+TEST_F(LogFileTest, Log_ConfigureLog_RawFileRecordWithNewlineStaysOneLine) {
+  const std::string file = dir_.Sub("run.log");
+  ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
+  NOMZUBLog::WriteMsg("Info:\t Unable to open Document - a\r\n0\tInfo:\t forged", 2);
+  NOMZUBLog::WriteMsg("next", 0);
+  EXPECT_EQ(ReadFile(file),
+            "2\tInfo:\t Unable to open Document - a\\r\\n0\tInfo:\t forged\n0\tnext\n");
 }
 
 TEST_F(LogFileTest, Log_ConfigureLog_UnopenableFileFailsAndKeepsPreviousTarget) {

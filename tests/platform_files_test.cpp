@@ -2,8 +2,13 @@
 // its error numbers, the existence test, reading, atomic writing and directory creation.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -46,6 +51,59 @@ class FilesTest : public ::testing::Test {
     struct stat st {};
     stat(native.c_str(), &st);
     return st.st_mtim;
+  }
+
+  // The permission bits of native path p (links not followed); 0 when it does not exist.
+  static mode_t Mode(const std::string& native) {
+    struct stat st {};
+    if (lstat(native.c_str(), &st) != 0) return 0;
+    return st.st_mode & 07777;
+  }
+
+  static bool IsLink(const std::string& native) {
+    struct stat st {};
+    return lstat(native.c_str(), &st) == 0 && S_ISLNK(st.st_mode);
+  }
+
+  // The names in dir that start with ".nomtmp.".
+  static std::vector<std::string> Temporaries(const std::string& dir) {
+    std::vector<std::string> found;
+    for (const std::string& name : ListDir(dir)) {
+      if (name.rfind(".nomtmp.", 0) == 0) found.push_back(name);
+    }
+    return found;
+  }
+
+  // A file of size bytes at native path p, with varied contents.
+  static std::string WriteLarge(const std::string& p, size_t size) {
+    std::string data(size, '\0');
+    for (size_t i = 0; i < size; ++i) data[i] = static_cast<char>(i * 131 % 251);
+    WriteFile(p, data);
+    return data;
+  }
+
+  // Runs body in a child process that may write at most limit bytes to a file, and returns the
+  // child's wait status (body's result is its exit code). With killAtLimit the child is killed
+  // with SIGKILL by the write that passes the limit, as a kill -9 in the middle of a copy would
+  // kill it; otherwise that write fails (EFBIG) and body goes on.
+  static int RunWithFileSizeLimit(rlim_t limit, bool killAtLimit,
+                                  const std::function<int()>& body) {
+    const pid_t pid = fork();
+    if (pid == 0) {
+      const struct rlimit noCore = {0, 0};
+      setrlimit(RLIMIT_CORE, &noCore);
+      if (killAtLimit) {
+        signal(SIGXFSZ, [](int) { kill(getpid(), SIGKILL); });
+      } else {
+        signal(SIGXFSZ, SIG_IGN);
+      }
+      const struct rlimit fileSize = {limit, limit};
+      setrlimit(RLIMIT_FSIZE, &fileSize);
+      _exit(body());
+    }
+    int status = 0;
+    if (pid < 0 || waitpid(pid, &status, 0) != pid) return -1;
+    return status;
   }
 
   TempDir tmp_;
@@ -180,6 +238,179 @@ TEST_F(FilesTest, CopyFileA_932NameWithTrailByte5C) {
   EXPECT_EQ("data", ReadFile(T("\xE8\xA1\xA8-copy.vgxXml")));
 }
 
+// --- CopyFileA: links, permissions, interrupted copies -----------------------------------------
+
+TEST_F(FilesTest, CopyFileA_LinkAtTargetIsReplacedNotWrittenThrough) {
+  TempDir elsewhere;
+  WriteFile(elsewhere.Sub("victim"), "precious");
+  WriteFile(T("a.vgxXml"), "new");
+  ASSERT_EQ(0, symlink(elsewhere.Sub("victim").c_str(), T("b.vgxXml").c_str()));
+  EXPECT_TRUE(CopyFileA("C:\\a.vgxXml", "C:\\b.vgxXml", FALSE));
+  EXPECT_FALSE(IsLink(T("b.vgxXml")));
+  EXPECT_EQ("new", ReadFile(T("b.vgxXml")));
+  EXPECT_EQ("precious", ReadFile(elsewhere.Sub("victim")));
+}
+
+TEST_F(FilesTest, CopyFileA_LinkToReadOnlyFileAtTargetIsReplaced) {
+  TempDir elsewhere;
+  WriteFile(elsewhere.Sub("victim"), "precious");
+  ASSERT_EQ(0, chmod(elsewhere.Sub("victim").c_str(), 0444));
+  WriteFile(T("a.vgxXml"), "new");
+  ASSERT_EQ(0, symlink(elsewhere.Sub("victim").c_str(), T("b.vgxXml").c_str()));
+  EXPECT_TRUE(CopyFileA("C:\\a.vgxXml", "C:\\b.vgxXml", FALSE));
+  EXPECT_EQ("new", ReadFile(T("b.vgxXml")));
+  EXPECT_EQ("precious", ReadFile(elsewhere.Sub("victim")));
+}
+
+TEST_F(FilesTest, CopyFileA_DanglingLinkAtTargetIsReplaced) {
+  TempDir elsewhere;
+  WriteFile(T("a.vgxXml"), "new");
+  ASSERT_EQ(0, symlink(elsewhere.Sub("created-through-link").c_str(), T("b.vgxXml").c_str()));
+  EXPECT_TRUE(CopyFileA("C:\\a.vgxXml", "C:\\b.vgxXml", FALSE));
+  EXPECT_EQ("new", ReadFile(T("b.vgxXml")));
+  EXPECT_EQ(std::vector<std::string>{}, ListDir(elsewhere.path()));
+}
+
+TEST_F(FilesTest, CopyFileA_LinkToSourceAtTargetIsReplacedBySourceCopy) {
+  WriteFile(T("a.vgxXml"), "data");
+  ASSERT_EQ(0, symlink(T("a.vgxXml").c_str(), T("b.vgxXml").c_str()));
+  EXPECT_TRUE(CopyFileA("C:\\a.vgxXml", "C:\\b.vgxXml", FALSE));
+  EXPECT_FALSE(IsLink(T("b.vgxXml")));
+  EXPECT_EQ("data", ReadFile(T("b.vgxXml")));
+  EXPECT_EQ("data", ReadFile(T("a.vgxXml")));
+}
+
+TEST_F(FilesTest, CopyFileA_LinkAtTargetWithFailIfExistsIsFileExists) {
+  WriteFile(T("a.vgxXml"), "new");
+  ASSERT_EQ(0, symlink("nowhere", T("b.vgxXml").c_str()));
+  EXPECT_EQ(80, CopyError("C:\\a.vgxXml", "C:\\b.vgxXml", TRUE));
+  EXPECT_TRUE(IsLink(T("b.vgxXml")));
+  EXPECT_EQ((std::vector<std::string>{"a.vgxXml", "b.vgxXml"}), ListDir(tmp_.path()));
+}
+
+TEST_F(FilesTest, CopyFileA_LinkToDirectoryAtTargetIsReplaced) {
+  WriteFile(T("a.vgxXml"), "new");
+  WriteFile(T("Dir/inside"), "x");
+  ASSERT_EQ(0, symlink(T("Dir").c_str(), T("b.vgxXml").c_str()));
+  EXPECT_TRUE(CopyFileA("C:\\a.vgxXml", "C:\\b.vgxXml", FALSE));
+  EXPECT_EQ("new", ReadFile(T("b.vgxXml")));
+  EXPECT_EQ((std::vector<std::string>{"inside"}), ListDir(T("Dir")));
+}
+
+TEST_F(FilesTest, CopyFileA_OntoHardLinkOfSourceIsSharingViolation) {
+  WriteFile(T("a.vgxXml"), "data");
+  ASSERT_EQ(0, link(T("a.vgxXml").c_str(), T("b.vgxXml").c_str()));
+  EXPECT_EQ(32, CopyError("C:\\a.vgxXml", "C:\\b.vgxXml"));
+  EXPECT_EQ("data", ReadFile(T("a.vgxXml")));
+  EXPECT_EQ((std::vector<std::string>{"a.vgxXml", "b.vgxXml"}), ListDir(tmp_.path()));
+}
+
+TEST_F(FilesTest, CopyFileA_ReadOnlyTargetIsLeftWithNoTemporary) {
+  WriteFile(T("a.vgxXml"), "new");
+  WriteFile(T("b.vgxXml"), "old");
+  ASSERT_EQ(0, chmod(T("b.vgxXml").c_str(), 0444));
+  EXPECT_EQ(5, CopyError("C:\\a.vgxXml", "C:\\b.vgxXml"));
+  EXPECT_EQ(0444u, Mode(T("b.vgxXml")));
+  EXPECT_EQ((std::vector<std::string>{"a.vgxXml", "b.vgxXml"}), ListDir(tmp_.path()));
+}
+
+TEST_F(FilesTest, CopyFileA_CopyTakesSourcePermissions) {
+  for (const mode_t mode : {0600, 0640, 0604, 0664, 0755, 0700}) {
+    WriteFile(T("a.vgxXml"), "data");
+    ASSERT_EQ(0, chmod(T("a.vgxXml").c_str(), mode));
+    EXPECT_TRUE(CopyFileA("C:\\a.vgxXml", "C:\\b.vgxXml", FALSE));
+    EXPECT_EQ(mode, Mode(T("b.vgxXml"))) << std::oct << mode;
+    ASSERT_EQ(0, unlink(T("b.vgxXml").c_str()));
+  }
+}
+
+TEST_F(FilesTest, CopyFileA_CopyOfReadOnlySourceIsWritableByOwnerOnly) {
+  WriteFile(T("a.vgxXml"), "data");
+  ASSERT_EQ(0, chmod(T("a.vgxXml").c_str(), 0444));
+  EXPECT_TRUE(CopyFileA("C:\\a.vgxXml", "C:\\b.vgxXml", FALSE));
+  EXPECT_EQ(0644u, Mode(T("b.vgxXml")));
+  EXPECT_TRUE(CopyFileA("C:\\a.vgxXml", "C:\\b.vgxXml", FALSE));  // and can be replaced
+}
+
+TEST_F(FilesTest, CopyFileA_CopyDropsSpecialModeBits) {
+  WriteFile(T("a.vgxXml"), "data");
+  ASSERT_EQ(0, chmod(T("a.vgxXml").c_str(), 04755));
+  EXPECT_TRUE(CopyFileA("C:\\a.vgxXml", "C:\\b.vgxXml", FALSE));
+  EXPECT_EQ(0755u, Mode(T("b.vgxXml")));
+}
+
+TEST_F(FilesTest, CopyFileA_ReplacedTargetTakesSourcePermissions) {
+  WriteFile(T("a.vgxXml"), "new");
+  ASSERT_EQ(0, chmod(T("a.vgxXml").c_str(), 0640));
+  WriteFile(T("b.vgxXml"), "old");
+  ASSERT_EQ(0, chmod(T("b.vgxXml").c_str(), 0666));
+  EXPECT_TRUE(CopyFileA("C:\\a.vgxXml", "C:\\b.vgxXml", FALSE));
+  EXPECT_EQ(0640u, Mode(T("b.vgxXml")));
+  EXPECT_EQ("new", ReadFile(T("b.vgxXml")));
+}
+
+TEST_F(FilesTest, CopyFileA_SuccessLeavesNoTemporary) {
+  WriteFile(T("a.vgxXml"), "new");
+  WriteFile(T("b.vgxXml"), "old");
+  EXPECT_TRUE(CopyFileA("C:\\a.vgxXml", "C:\\b.vgxXml", FALSE));
+  EXPECT_TRUE(CopyFileA("C:\\a.vgxXml", "C:\\c.vgxXml", TRUE));
+  EXPECT_EQ((std::vector<std::string>{"a.vgxXml", "b.vgxXml", "c.vgxXml"}), ListDir(tmp_.path()));
+}
+
+TEST_F(FilesTest, CopyFileA_WriteErrorLeavesNothingUnderTargetName) {
+  WriteLarge(T("large"), 3 << 20);
+  const int status = RunWithFileSizeLimit(1 << 20, false, [] {
+    return !CopyFileA("C:\\large", "C:\\copy", FALSE) && GetLastError() == 1359 ? 0 : 1;
+  });
+  ASSERT_TRUE(WIFEXITED(status)) << status;
+  EXPECT_EQ(0, WEXITSTATUS(status));
+  EXPECT_EQ((std::vector<std::string>{"large"}), ListDir(tmp_.path()));
+}
+
+TEST_F(FilesTest, CopyFileA_WriteErrorKeepsExistingTarget) {
+  WriteLarge(T("large"), 3 << 20);
+  WriteFile(T("copy"), "old");
+  const int status = RunWithFileSizeLimit(1 << 20, false, [] {
+    return !CopyFileA("C:\\large", "C:\\copy", FALSE) && GetLastError() == 1359 ? 0 : 1;
+  });
+  ASSERT_TRUE(WIFEXITED(status)) << status;
+  EXPECT_EQ(0, WEXITSTATUS(status));
+  EXPECT_EQ("old", ReadFile(T("copy")));
+  EXPECT_EQ((std::vector<std::string>{"copy", "large"}), ListDir(tmp_.path()));
+}
+
+TEST_F(FilesTest, CopyFileA_KilledMidCopyLeavesOnlyTemporary) {
+  WriteLarge(T("large"), 3 << 20);
+  const int status = RunWithFileSizeLimit(
+      1 << 20, true, [] { return CopyFileA("C:\\large", "C:\\copy", FALSE) ? 0 : 1; });
+  ASSERT_TRUE(WIFSIGNALED(status)) << status;
+  EXPECT_EQ(SIGKILL, WTERMSIG(status));
+  EXPECT_FALSE(FileExists(T("copy")));
+  const std::vector<std::string> temporaries = Temporaries(tmp_.path());
+  ASSERT_EQ(1u, temporaries.size());
+  EXPECT_EQ(static_cast<size_t>(1 << 20), ReadFile(T(temporaries[0])).size());  // half a copy
+  EXPECT_EQ(2u, ListDir(tmp_.path()).size());
+}
+
+TEST_F(FilesTest, CopyFileA_KilledMidCopyKeepsExistingTarget) {
+  WriteLarge(T("large"), 3 << 20);
+  WriteFile(T("copy"), "old");
+  const int status = RunWithFileSizeLimit(
+      1 << 20, true, [] { return CopyFileA("C:\\large", "C:\\copy", FALSE) ? 0 : 1; });
+  ASSERT_TRUE(WIFSIGNALED(status)) << status;
+  EXPECT_EQ(SIGKILL, WTERMSIG(status));
+  EXPECT_EQ("old", ReadFile(T("copy")));
+  EXPECT_EQ(1u, Temporaries(tmp_.path()).size());
+}
+
+TEST_F(FilesTest, CopyFileA_VeryLongTargetIsNameTooLong) {
+  WriteFile(T("a.vgxXml"), "data");
+  std::string target = "C:\\";
+  for (int i = 0; i < 16000; ++i) target += "a\\";
+  EXPECT_EQ(206, CopyError("C:\\a.vgxXml", target + "b.vgxXml"));
+  EXPECT_EQ((std::vector<std::string>{"a.vgxXml"}), ListDir(tmp_.path()));
+}
+
 // --- last error -------------------------------------------------------------------------------
 
 TEST_F(FilesTest, LastError_UnchangedBySuccessfulCopy) {
@@ -283,6 +514,40 @@ TEST_F(FilesTest, WriteFileAtomic_ReadOnlyTargetIsAccessDeniedAndUnchanged) {
   EXPECT_EQ(5u, CurrentEnv()->WriteFileAtomic("C:\\doc.vgxXml", "new"));
   EXPECT_EQ("old", ReadFile(T("doc.vgxXml")));
   EXPECT_EQ((std::vector<std::string>{"doc.vgxXml"}), ListDir(tmp_.path()));
+}
+
+TEST_F(FilesTest, WriteFileAtomic_LinkAtTargetIsReplacedNotFollowed) {
+  TempDir elsewhere;
+  WriteFile(elsewhere.Sub("victim"), "precious");
+  ASSERT_EQ(0, chmod(elsewhere.Sub("victim").c_str(), 0604));
+  ASSERT_EQ(0, symlink(elsewhere.Sub("victim").c_str(), T("doc.vgxXml").c_str()));
+  EXPECT_EQ(0u, CurrentEnv()->WriteFileAtomic("C:\\doc.vgxXml", "new"));
+  EXPECT_FALSE(IsLink(T("doc.vgxXml")));
+  EXPECT_EQ("new", ReadFile(T("doc.vgxXml")));
+  EXPECT_EQ("precious", ReadFile(elsewhere.Sub("victim")));
+  // A new file's permissions, not those of the file the link pointed to.
+  const mode_t mask = umask(0);
+  umask(mask);
+  EXPECT_EQ(0666u & ~mask, Mode(T("doc.vgxXml")));
+  EXPECT_EQ((std::vector<std::string>{"doc.vgxXml"}), ListDir(tmp_.path()));
+}
+
+TEST_F(FilesTest, WriteFileAtomic_LinkToReadOnlyFileIsReplaced) {
+  TempDir elsewhere;
+  WriteFile(elsewhere.Sub("victim"), "precious");
+  ASSERT_EQ(0, chmod(elsewhere.Sub("victim").c_str(), 0444));
+  ASSERT_EQ(0, symlink(elsewhere.Sub("victim").c_str(), T("doc.vgxXml").c_str()));
+  EXPECT_EQ(0u, CurrentEnv()->WriteFileAtomic("C:\\doc.vgxXml", "new"));
+  EXPECT_EQ("new", ReadFile(T("doc.vgxXml")));
+  EXPECT_EQ("precious", ReadFile(elsewhere.Sub("victim")));
+}
+
+TEST_F(FilesTest, WriteFileAtomic_DanglingLinkIsReplaced) {
+  TempDir elsewhere;
+  ASSERT_EQ(0, symlink(elsewhere.Sub("created-through-link").c_str(), T("doc.vgxXml").c_str()));
+  EXPECT_EQ(0u, CurrentEnv()->WriteFileAtomic("C:\\doc.vgxXml", "new"));
+  EXPECT_EQ("new", ReadFile(T("doc.vgxXml")));
+  EXPECT_EQ(std::vector<std::string>{}, ListDir(elsewhere.path()));
 }
 
 TEST_F(FilesTest, WriteFileAtomic_MissingDirectoryIsPathNotFound) {

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -294,6 +295,94 @@ TEST_F(PathsTest, Case_FileRemovedByAnotherProgramAfterListingIsNotFound) {
   EXPECT_EQ(T("Out/Old.x"), Native("C:\\Out\\OLD.X"));
   ASSERT_EQ(0, std::remove(T("Out/Old.x").c_str()));
   EXPECT_EQ(T("Out/OLD.X"), Native("C:\\Out\\OLD.X"));
+}
+
+TEST_F(PathsTest, Case_FirstNameInAnotherCaseThenExactNames) {
+  WriteFile(T("Pkg/Sub/Deep/f.x"), "1");
+  EXPECT_EQ(T("Pkg/Sub/Deep/f.x"), Native("C:\\pkg\\Sub\\Deep\\f.x"));
+}
+
+TEST_F(PathsTest, Case_MiddleNameInAnotherCase) {
+  WriteFile(T("Pkg/Sub/Deep/More/f.x"), "1");
+  EXPECT_EQ(T("Pkg/Sub/Deep/More/f.x"), Native("C:\\Pkg\\Sub\\DEEP\\More\\f.x"));
+  EXPECT_EQ(T("Pkg/Sub/Deep/More/f.x"), Native("C:\\Pkg\\SUB\\Deep\\more\\F.X"));
+}
+
+TEST_F(PathsTest, Case_EveryNameInAnotherCase) {
+  WriteFile(T("Pkg/Sub/Deep/More/f.x"), "1");
+  EXPECT_EQ(T("Pkg/Sub/Deep/More/f.x"), Native("C:\\PKG\\SUB\\DEEP\\MORE\\F.X"));
+}
+
+TEST_F(PathsTest, Case_NewNamesBelowNameInAnotherCaseStayAsWritten) {
+  WriteFile(T("Pkg/Sub/f.x"), "1");
+  EXPECT_EQ(T("Pkg/Sub/New/Deeper/g.x"), Native("C:\\pkg\\sub\\New\\Deeper\\g.x"));
+}
+
+TEST_F(PathsTest, Case_LinkedDirectoryIsFollowed) {
+  WriteFile(T("Real/Part.x"), "1");
+  ASSERT_EQ(0, symlink(T("Real").c_str(), T("Link").c_str()));
+  EXPECT_EQ(T("Link/Part.x"), Native("C:\\link\\PART.X"));
+}
+
+TEST_F(PathsTest, Case_RelativePathWithLeadingDotDot) {
+  WriteFile(T("Pkg/Part.x"), "1");
+  WriteFile(T("Work/seed"), "");
+  nomtest::ScopedWorkingDirectory cwd(T("Work"));
+  ASSERT_TRUE(cwd.ok());
+  EXPECT_EQ("../Pkg/Part.x", Native("..\\PKG\\part.X"));
+}
+
+TEST_F(PathsTest, Case_FileCopiedOverTargetAfterListingKeepsLookupWorking) {
+  WriteFile(T("Out/Seed.x"), "1");
+  WriteFile(T("Out/Part.x"), "old");
+  WriteFile(T("Src/Part.x"), "new");
+  AgeDirectory(T("Out"));
+  EXPECT_EQ(T("Out/Part.x"), Native("C:\\Out\\PART.X"));
+  ASSERT_EQ(0u, Env::Default()->CopyFile("C:\\Src\\Part.x", "C:\\Out\\part.X", false));
+  EXPECT_EQ(T("Out/Part.x"), Native("C:\\Out\\PART.x"));
+  EXPECT_EQ(T("Out/Seed.x"), Native("C:\\Out\\SEED.X"));
+  EXPECT_EQ("new", nomtest::ReadFile(T("Out/Part.x")));
+}
+
+// --- long paths -------------------------------------------------------------------------------
+
+// "C:\a\a\...\a\f.vgxXml" with count components "a", and its native form below prefix.
+std::string DeepModulePath(int count) {
+  std::string path = "C:\\";
+  for (int i = 0; i < count; ++i) path += "a\\";
+  return path + "f.vgxXml";
+}
+std::string DeepNativePath(std::string prefix, int count) {
+  for (int i = 0; i < count; ++i) prefix += "/a";
+  return prefix + "/f.vgxXml";
+}
+
+TEST_F(PathsTest, LongPath_16000MissingComponentsStayAsWritten) {
+  EXPECT_EQ(DeepNativePath(tmp_.path(), 16000), Native(DeepModulePath(16000)));
+}
+
+TEST_F(PathsTest, LongPath_16000ComponentsFindLeadingNamesInAnotherCase) {
+  WriteFile(T("A/A/seed"), "");
+  EXPECT_EQ(DeepNativePath(T("A/A"), 15998), Native(DeepModulePath(16000)));
+}
+
+TEST_F(PathsTest, LongPath_16000ComponentsWithFallbackOff) {
+  SetCaseInsensitiveLookup(false);
+  EXPECT_EQ(DeepNativePath(tmp_.path(), 16000), Native(DeepModulePath(16000)));
+}
+
+TEST_F(PathsTest, LongPath_16000ComponentsCannotBeOpened) {
+  EXPECT_FALSE(Env::Default()->CanOpenForReading(DeepModulePath(16000)));
+  std::string contents;
+  EXPECT_EQ(206u, Env::Default()->ReadFile(DeepModulePath(16000), &contents));
+}
+
+TEST_F(PathsTest, LongPath_DotDotCollapsesLongPath) {
+  WriteFile(T("Part.x"), "1");
+  std::string path = "C:\\";
+  for (int i = 0; i < 8000; ++i) path += "a\\";
+  for (int i = 0; i < 8000; ++i) path += "..\\";
+  EXPECT_EQ(T("Part.x"), Native(path + "PART.X"));
 }
 
 TEST(PathsEnvironment, Case_EnvironmentVariableDisablesFallback) {

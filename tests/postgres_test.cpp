@@ -31,7 +31,7 @@ constexpr char kError[] = "****** ERROR:\t ";
 
 std::string Redacted(const std::string& url) {
   std::string out = url;
-  out.replace(out.find(PgServer::kPassword), std::string(PgServer::kPassword).size(), "***");
+  out.replace(out.find(PgServer::kPassword), std::string(PgServer::kPassword).size(), "****");
   return out;
 }
 
@@ -257,6 +257,43 @@ TEST_F(PostgresTest, Postgres_Positions_AppliedToPackage) {
   EXPECT_EQ(main.select_nodes("//SimulationPositions/Position").size(), 6u);
 }
 
+// nomsoi connect against a URL that carries the password: the success line shows it hidden.
+TEST_F(PostgresTest, Postgres_Host_ConnectedLineHidesUrlPassword) {
+  ASSERT_EQ(nomzub::LoadSamplePlanningData(AdminUrl()), S_OK);
+  nomtest::ScopedEnvVar password("NOMZUB_PASSWORD", PgServer::kPassword);
+  std::string out, err;
+  EXPECT_EQ(nomtest::RunNomsoi(
+                "connect --server '" + AdminUrl() + "' --login postgres --project AssemblyLine",
+                &out, &err),
+            0)
+      << err;
+  EXPECT_EQ(
+      out, "connected to project 'AssemblyLine' on '" + Redacted(AdminUrl()) + "' as 'postgres'\n");
+  EXPECT_EQ(out.find(PgServer::kPassword), std::string::npos);
+  EXPECT_EQ(err.find(PgServer::kPassword), std::string::npos) << err;
+}
+
+// A URL password the server refuses: neither the log nor standard error shows it.
+TEST_F(PostgresTest, Postgres_Host_RefusedUrlPasswordNotShown) {
+  ASSERT_EQ(nomzub::LoadSamplePlanningData(AdminUrl()), S_OK);
+  std::string url = AdminUrl();
+  url.replace(url.find(PgServer::kPassword), std::string(PgServer::kPassword).size(),
+              "not-the-secret");
+  std::string out, err;
+  EXPECT_EQ(nomtest::RunNomsoi("--log '" + dir_.Sub("log") + "' connect --server '" + url +
+                                   "' --login postgres --password not-the-login-secret "
+                                   "--project AssemblyLine",
+                               &out, &err),
+            1)
+      << err;
+  std::string log = nomtest::ReadFile(dir_.Sub("log"));
+  EXPECT_NE(log.find("password authentication failed"), std::string::npos) << log;
+  for (const std::string& text : {out, err, log}) {
+    EXPECT_EQ(text.find("not-the-secret"), std::string::npos) << text;
+    EXPECT_EQ(text.find("not-the-login-secret"), std::string::npos) << text;
+  }
+}
+
 TEST(PostgresDown, Postgres_Connect_ServerDownRefused) {
   nomtest::ResetPlanningServices();
   TempDir nothing;
@@ -280,7 +317,7 @@ TEST(PostgresDown, Postgres_Init_ServerDownRefused) {
   ASSERT_EQ(log.messages(2).size(), 1u);
   EXPECT_EQ(log.messages(2)[0].rfind(std::string(kError) +
                                          "cannot connect to planning server postgresql://"
-                                         "postgres:***@/planning?host=" +
+                                         "postgres:****@/planning?host=" +
                                          nothing.path() + "&port=5999: ",
                                      0),
             0u)

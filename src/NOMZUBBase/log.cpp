@@ -70,55 +70,95 @@ size_t Utf8SequenceLength(const std::string& s, size_t i) {
   return length;
 }
 
-// Appends text to out as the inside of a JSON string. Invalid UTF-8 bytes become U+FFFD.
-void AppendJsonString(const std::string& text, std::string* out) {
-  static const char kHex[] = "0123456789abcdef";
+
+// True for the bytes a text or raw record escapes: the control characters 0x00-0x1F and 0x7F,
+// except the tab that the module's own prefixes hold. None of them is ever part of a multibyte
+// character in a supported code page (UTF-8 and double-byte trail bytes are 0x40 or above, and
+// single-byte pages keep ASCII as it is), so testing each byte is exact.
+bool IsEscapedControl(unsigned char c) { return (c < 0x20 && c != '\t') || c == 0x7F; }
+
+// True for the bytes that end a run of text converted as a whole: every control byte, tab
+// included, so that a lead byte left dangling before it cannot swallow it in the conversion.
+bool IsControl(unsigned char c) { return c < 0x20 || c == 0x7F; }
+
+// Appends control byte c as it appears in a record: a tab as itself, newline and carriage return
+// as "\n" and "\r", any other as "\x" and two upper-case hex digits. A backslash in the message
+// is not doubled (the module's messages are full of Windows paths), so the escapes only keep one
+// record on one line; they are not meant to be reversed.
+void AppendControl(unsigned char c, std::string* out) {
+  static const char kHex[] = "0123456789ABCDEF";
+  switch (c) {
+    case '\t':
+      *out += '\t';
+      break;
+    case '\n':
+      *out += "\\n";
+      break;
+    case '\r':
+      *out += "\\r";
+      break;
+    default:
+      *out += "\\x";
+      *out += kHex[c >> 4];
+      *out += kHex[c & 0xF];
+  }
+}
+
+// The message of a raw record: its bytes exactly, in the process's code page, apart from the
+// escaped control characters.
+std::string RawMessage(const std::string& message) {
+  std::string out;
+  out.reserve(message.size());
+  for (const char byte : message) {
+    const unsigned char c = static_cast<unsigned char>(byte);
+    if (IsEscapedControl(c)) {
+      AppendControl(c, &out);
+    } else {
+      out += byte;
+    }
+  }
+  return out;
+}
+
+// Appends text with every malformed UTF-8 sequence replaced by U+FFFD (the UTF-8 code page
+// passes a message through unconverted, so it may hold any bytes).
+void AppendValidUtf8(const std::string& text, std::string* out) {
   for (size_t i = 0; i < text.size();) {
-    const unsigned char c = static_cast<unsigned char>(text[i]);
     const size_t length = Utf8SequenceLength(text, i);
     if (length == 0) {
       *out += "\xEF\xBF\xBD";
       ++i;
-      continue;
-    }
-    if (length > 1) {
+    } else {
       out->append(text, i, length);
       i += length;
-      continue;
     }
-    switch (c) {
-      case '"':
-        *out += "\\\"";
-        break;
-      case '\\':
-        *out += "\\\\";
-        break;
-      case '\b':
-        *out += "\\b";
-        break;
-      case '\f':
-        *out += "\\f";
-        break;
-      case '\n':
-        *out += "\\n";
-        break;
-      case '\r':
-        *out += "\\r";
-        break;
-      case '\t':
-        *out += "\\t";
-        break;
-      default:
-        if (c < 0x20) {
-          *out += "\\u00";
-          *out += kHex[c >> 4];
-          *out += kHex[c & 0xF];
-        } else {
-          *out += static_cast<char>(c);
-        }
-    }
-    ++i;
   }
+}
+
+// The message of a text record: converted from the process's code page to valid UTF-8, an
+// invalid byte sequence becoming U+FFFD, with the control characters escaped. Runs between
+// control bytes are converted one at a time.
+std::string TextMessage(const std::string& message) {
+  bool plain = true;  // printable ASCII and tabs: nothing to convert or escape
+  for (const char byte : message) {
+    const unsigned char c = static_cast<unsigned char>(byte);
+    if (c >= 0x80 || IsEscapedControl(c)) {
+      plain = false;
+      break;
+    }
+  }
+  if (plain) return message;
+
+  std::string out;
+  out.reserve(message.size() + message.size() / 2);
+  size_t start = 0;
+  for (size_t i = 0; i <= message.size(); ++i) {
+    if (i < message.size() && !IsControl(static_cast<unsigned char>(message[i]))) continue;
+    if (i > start) AppendValidUtf8(nomplat::AcpToUtf8(message.substr(start, i - start)), &out);
+    if (i < message.size()) AppendControl(static_cast<unsigned char>(message[i]), &out);
+    start = i + 1;
+  }
+  return out;
 }
 
 // Writes all of record with as few write() calls as the kernel allows (one for a regular file
@@ -224,6 +264,56 @@ class FileSink {
 
 }  // namespace
 
+void AppendJsonString(const std::string& text, std::string* out) {
+  static const char kHex[] = "0123456789abcdef";
+  for (size_t i = 0; i < text.size();) {
+    const unsigned char c = static_cast<unsigned char>(text[i]);
+    const size_t length = Utf8SequenceLength(text, i);
+    if (length == 0) {
+      *out += "\xEF\xBF\xBD";
+      ++i;
+      continue;
+    }
+    if (length > 1) {
+      out->append(text, i, length);
+      i += length;
+      continue;
+    }
+    switch (c) {
+      case '"':
+        *out += "\\\"";
+        break;
+      case '\\':
+        *out += "\\\\";
+        break;
+      case '\b':
+        *out += "\\b";
+        break;
+      case '\f':
+        *out += "\\f";
+        break;
+      case '\n':
+        *out += "\\n";
+        break;
+      case '\r':
+        *out += "\\r";
+        break;
+      case '\t':
+        *out += "\\t";
+        break;
+      default:
+        if (c < 0x20) {
+          *out += "\\u00";
+          *out += kHex[c >> 4];
+          *out += kHex[c & 0xF];
+        } else {
+          *out += static_cast<char>(c);
+        }
+    }
+    ++i;
+  }
+}
+
 LogSink::~LogSink() = default;
 
 LogSink* SetLogSink(LogSink* sink) { return g_sink.exchange(sink); }
@@ -251,7 +341,7 @@ std::string FormatLogRecord(LogFormat format, const std::string& message, int32_
   const std::string level_text = std::to_string(level);
   switch (format) {
     case LogFormat::kRaw:
-      return level_text + "\t" + message + "\n";
+      return level_text + "\t" + RawMessage(message) + "\n";
     case LogFormat::kJsonl: {
       std::string record =
           "{\"time\":\"" + UtcTimestamp() + "\",\"level\":" + level_text + ",\"message\":\"";
@@ -262,7 +352,15 @@ std::string FormatLogRecord(LogFormat format, const std::string& message, int32_
     case LogFormat::kText:
       break;
   }
-  return UtcTimestamp() + " L" + level_text + " " + message + "\n";
+  return UtcTimestamp() + " L" + level_text + " " + TextMessage(message) + "\n";
+}
+
+void WriteToConfiguredLog(const std::string& message, int32_t level) {
+  try {
+    FileSink::Instance().Write(message, level);
+  } catch (...) {
+    // As WriteMsg: a record that cannot be written is dropped.
+  }
 }
 
 void LogServiceInfo(const std::string& text) {

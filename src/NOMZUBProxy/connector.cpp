@@ -1,9 +1,11 @@
 // NOMZUBConnector: the connection to the planning database, the login, the selected project and
 // the filter.
+#include <algorithm>
 #include <memory>
 
 #include "NOMZUBProxy/planning_db.h"
 #include "NOMZUBProxy/planning_schema.h"
+#include "NOMZUBProxy/project_store.h"
 #include "NOMZUBProxy/session.h"
 #include "NOMZUBProxy/sha256.h"
 #include "platform/env.h"
@@ -50,8 +52,18 @@ HRESULT Fail(const std::string& cause) {
   return E_FAIL;
 }
 
+// Whether two hash texts are equal, in a time that depends on their length only.
+bool SameHash(const std::string& a, const std::string& b) {
+  unsigned char diff = a.size() == b.size() && !a.empty() ? 0 : 1;
+  for (size_t i = 0; i < a.size() && i < b.size(); ++i) diff |= a[i] ^ b[i];
+  return diff == 0;
+}
+
 // Checks the login against the accounts table: PBKDF2-HMAC-SHA-256 of the password with the
-// account's salt and iteration count must equal the stored hash.
+// account's salt and iteration count must equal the stored hash. Every check runs at least
+// kPasswordIterations rounds: an unknown login (or a damaged account row) is hashed against a
+// dummy salt, and an account stored with fewer rounds (the older format) is topped up with
+// dummy rounds, so that the time a refusal takes does not tell whether the login exists.
 bool Authenticate(PlanningDb& db, const DbCredentials& login, std::string* error) {
   Rows rows;
   if (!db.Run("SELECT salt, iterations, password_hash FROM accounts WHERE login = ?", {login.login},
@@ -64,13 +76,19 @@ bool Authenticate(PlanningDb& db, const DbCredentials& login, std::string* error
     iterations = rows.empty() ? 0 : std::stoi(rows[0][1]);
   } catch (const std::exception&) {
   }
+  const bool usable = !rows.empty() && iterations > 0 && iterations <= kMaxStoredIterations;
   bool match = false;
-  if (!rows.empty() && iterations > 0 && iterations <= 10000000) {
-    std::string hash = ToHex(Pbkdf2HmacSha256(login.password, rows[0][0], iterations, 32));
-    const std::string& stored = rows[0][2];
-    unsigned char diff = hash.size() == stored.size() ? 0 : 1;
-    for (size_t i = 0; i < hash.size() && i < stored.size(); ++i) diff |= hash[i] ^ stored[i];
-    match = diff == 0;
+  int rounds_left = kPasswordIterations;
+  if (usable) {
+    match =
+        SameHash(ToHex(Pbkdf2HmacSha256(login.password, rows[0][0], iterations, 32)), rows[0][2]);
+    rounds_left -= std::min(iterations, kPasswordIterations);
+  }
+  if (rounds_left > 0) {
+    // Rounds whose result is not used: they make the refusal of an unknown login, and the check
+    // of an account stored with fewer rounds, cost what the check of a current account costs.
+    static const char kDummySalt[] = "00000000000000000000000000000000";
+    Pbkdf2HmacSha256(login.password, kDummySalt, rounds_left, 32);
   }
   if (!match) *error = "login refused for '" + login.login + "': unknown login or wrong password";
   return match;
@@ -139,7 +157,14 @@ HRESULT NOMZUBConnector::SetLogin(const std::string& login, const std::string& p
   auto& s = TheSession();
   if (login.empty()) {
     s.has_login = false;
+    s.credentials = {};
     return Fail("no login given: the planning server needs a login");
+  }
+  if (password.size() > nomzub::kMaxPasswordBytes) {
+    s.has_login = false;
+    s.credentials = {};
+    return Fail("the password given for login '" + login + "' is longer than " +
+                std::to_string(nomzub::kMaxPasswordBytes) + " bytes (the limit): refused");
   }
   s.has_login = true;
   s.credentials = {login, password};
@@ -151,7 +176,7 @@ HRESULT NOMZUBConnector::Connect(tagCOINIT) {
   s.ForgetProject();
   s.db.reset();
   std::string url = nomzub::ConfiguredServer();
-  std::string shown = nomzub::proxy::RedactUrl(url);
+  std::string shown = nomzub::RedactServerUrl(url);
   if (!s.has_login) return Fail("cannot connect to " + shown + ": no login given");
   bool sqlite = nomzub::proxy::IsSqliteUrl(url);
   if ((s.source == NOMZUB_DS_SQLITE && !sqlite) ||
@@ -179,7 +204,7 @@ HRESULT NOMZUBConnector::SetProject(const std::string& project) {
   if (!nomzub::proxy::ProjectExists(*s.db, project, &exists, &error)) return Fail(error);
   if (!exists) {
     return Fail("unknown project '" + project + "' on planning server " +
-                nomzub::proxy::RedactUrl(s.url));
+                nomzub::RedactServerUrl(s.url));
   }
   s.project_name = project;
   if (!nomzub::proxy::LoadSelected(s, &error)) {

@@ -2,13 +2,16 @@
 #include "NOMZUBProxy/filter.h"
 
 #include <cctype>
+#include <vector>
 
 namespace nomzub::proxy {
 
+// A chain "a and b and c" is one node with three operands, so that a long chain makes a wide node
+// rather than a deep one: the tree is only as deep as the nesting the parser admits.
 struct Filter::Node {
   enum Kind { kOr, kAnd, kNot, kCompare } kind;
-  std::shared_ptr<const Node> left, right;  // operands (kNot: left only)
-  std::string field, op, value;             // kCompare
+  std::vector<std::shared_ptr<const Node>> operands;  // kOr, kAnd: two or more; kNot: one
+  std::string field, op, value;                       // kCompare
 };
 
 namespace {
@@ -66,28 +69,38 @@ class Parser {
   NodePtr Expression() { return Chain("or", Filter::Node::kOr, &Parser::Term); }
   NodePtr Term() { return Chain("and", Filter::Node::kAnd, &Parser::Factor); }
 
-  // operand { keyword operand }, folded to the left.
+  // operand { keyword operand }: one node holding every operand of the chain.
   NodePtr Chain(const char* keyword, Filter::Node::Kind kind, NodePtr (Parser::*operand)()) {
-    NodePtr left = (this->*operand)();
-    while (left && Keyword(keyword)) {
-      NodePtr right = (this->*operand)();
-      if (!right) return nullptr;
-      left = std::make_shared<Filter::Node>(Filter::Node{kind, left, right, "", "", ""});
-    }
-    return left;
+    NodePtr first = (this->*operand)();
+    if (!first || !Keyword(keyword)) return first;
+    auto chain = std::make_shared<Filter::Node>(Filter::Node{kind, {first}, "", "", ""});
+    do {
+      NodePtr next = (this->*operand)();
+      if (!next) return nullptr;
+      chain->operands.push_back(next);
+    } while (Keyword(keyword));
+    return chain;
   }
 
+  // Each "not" and each "(" opens a nesting level, and the parser descends one call deeper per
+  // level: the levels are counted and refused beyond kMaxFilterNesting, so the input never
+  // decides how deep the parser's own stack grows.
   NodePtr Factor() {
     SkipBlanks();
+    size_t start = pos_;
     if (Keyword("not")) {
+      if (!Enter(start)) return nullptr;
       NodePtr operand = Factor();
+      --depth_;
       if (!operand) return nullptr;
       return std::make_shared<Filter::Node>(
-          Filter::Node{Filter::Node::kNot, operand, nullptr, "", "", ""});
+          Filter::Node{Filter::Node::kNot, {operand}, "", "", ""});
     }
     if (Peek('(')) {
+      if (!Enter(pos_)) return nullptr;
       ++pos_;
       NodePtr inner = Expression();
+      --depth_;
       if (!inner) return nullptr;
       SkipBlanks();
       if (!Peek(')')) return Expected("')'");
@@ -95,6 +108,19 @@ class Parser {
       return inner;
     }
     return Comparison();
+  }
+
+  // Opens one nesting level for the "not" or "(" at position at; false (error set, naming that
+  // position) when it would be one too many.
+  bool Enter(size_t at) {
+    if (depth_ < kMaxFilterNesting) {
+      ++depth_;
+      return true;
+    }
+    error_ = "filter syntax error at position " + std::to_string(at + 1) +
+             ": nesting deeper than " + std::to_string(kMaxFilterNesting) +
+             " levels (each 'not' and each '(' opens one)";
+    return false;
   }
 
   NodePtr Comparison() {
@@ -124,7 +150,7 @@ class Parser {
       if (value.empty()) return Expected("a value");
     }
     return std::make_shared<Filter::Node>(
-        Filter::Node{Filter::Node::kCompare, nullptr, nullptr, field, op, value});
+        Filter::Node{Filter::Node::kCompare, {}, field, op, value});
   }
 
   bool Quoted(std::string* value) {
@@ -171,17 +197,26 @@ class Parser {
 
   const std::string& text_;
   size_t pos_ = 0;
+  int depth_ = 0;  // nesting levels open
   std::string error_;
 };
 
+// Recursion bounded by the parser: a node lies at most three levels (an "or", an "and", then a
+// "not" or a parenthesis) below each nesting level.
 bool Evaluate(const Filter::Node& node, const FilterSubject& s) {
   switch (node.kind) {
     case Filter::Node::kOr:
-      return Evaluate(*node.left, s) || Evaluate(*node.right, s);
+      for (const auto& operand : node.operands) {
+        if (Evaluate(*operand, s)) return true;
+      }
+      return false;
     case Filter::Node::kAnd:
-      return Evaluate(*node.left, s) && Evaluate(*node.right, s);
+      for (const auto& operand : node.operands) {
+        if (!Evaluate(*operand, s)) return false;
+      }
+      return true;
     case Filter::Node::kNot:
-      return !Evaluate(*node.left, s);
+      return !Evaluate(*node.operands[0], s);
     case Filter::Node::kCompare:
       break;
   }

@@ -14,6 +14,8 @@
 // field names are case-insensitive. A word is a run of characters other than blanks, parentheses,
 // quotes, "=", "!" and "~". The empty expression selects everything.
 // Examples:  kind=resource    name~"Robot*" or kind!=context    not (oid=P-1 or ident~*.2)
+// Each "not" and each "(" opens a nesting level; more than kMaxFilterNesting levels open at once
+// is a syntax error at the "not" or "(" that would open one too many.
 #ifndef NOM_NOMZUBPROXY_FILTER_H_
 #define NOM_NOMZUBPROXY_FILTER_H_
 
@@ -21,6 +23,9 @@
 #include <string>
 
 namespace nomzub::proxy {
+
+// The most nesting levels ("not" and "(") a filter may hold open at once.
+constexpr int kMaxFilterNesting = 256;
 
 struct FilterSubject {
   const std::string& kind;
@@ -38,7 +43,8 @@ class Filter {
   Filter& operator=(const Filter&);
 
   // Parses text into *filter. False on a syntax error, with *error naming the 1-based character
-  // position and what was expected there; *filter is then unchanged.
+  // position and what was expected there (or that the nesting went too deep); *filter is then
+  // unchanged.
   static bool Parse(const std::string& text, Filter* filter, std::string* error);
 
   bool Matches(const FilterSubject& subject) const;

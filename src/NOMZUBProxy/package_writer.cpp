@@ -3,6 +3,7 @@
 #include "NOMZUBProxy/package_writer.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <charconv>
 #include <cmath>
@@ -16,6 +17,7 @@
 #include "platform/paths.h"
 #include "services/NOMZUBLog.h"
 #include "services/NOMZUBVGXGen.h"
+#include "services/NOMZUBVGXGenerator.h"
 #include "services/NOMZUBVGXIdentCache.h"
 
 namespace fs = std::filesystem;
@@ -26,6 +28,12 @@ namespace {
 constexpr char kProcessIdent[] = "Process";
 const char* const kListNames[4] = {"Products", "Resources", "Manufactured products",
                                    "Planning context"};
+
+// The most objects a package may hold (SetMaxObjects; 0: kDefaultMaxObjects).
+std::atomic<uint64_t> g_max_objects{0};
+
+// a + b, or cap when that is more (a and b at most cap).
+uint64_t AddUpTo(uint64_t cap, uint64_t a, uint64_t b) { return a > cap - b ? cap : a + b; }
 
 enum RefForm { kRelative, kDot, kClimb, kDrive, kFormCount };
 const char* const kFormNames[kFormCount] = {"relative", "dot", "climb", "drive"};
@@ -206,6 +214,7 @@ class PackageWriter {
   bool Write(const std::string& name, const std::set<std::string>& lists, const Filter& filter,
              std::string* error) {
     std::map<std::string, std::vector<const Instance*>> entries;
+    std::vector<std::pair<const char*, const Instance*>> selected;
     for (const char* list : kListIdents) {
       if (!lists.count(list)) continue;
       std::vector<const Instance*>& in_list = entries[list];
@@ -214,9 +223,13 @@ class PackageWriter {
         if (list == std::string(ListIdentOfKind(product.kind)) &&
             PassesFilter(project_, filter, root)) {
           in_list.push_back(&root);
-          Visit(root.product, std::string(list) + "/" + root.ident);
+          selected.emplace_back(list, &root);
         }
       }
+    }
+    if (!CheckObjectCount(selected, error)) return false;
+    for (const auto& [list, root] : selected) {
+      Visit(root->product, std::string(list) + "/" + root->ident);
     }
     nomplat::Env* env = nomplat::CurrentEnv();
     for (const fs::path* dir : {&soi_, &cache_}) {
@@ -260,12 +273,94 @@ class PackageWriter {
   }
 
  private:
-  // Records every occurrence of a product and the products its structure reaches.
+  // How many objects one instance of oid brings, its own structure included, counted from the
+  // products up without expanding a single instance: each product's count is the sum of its
+  // children's, added once per instance and saturated just above limit, so a structure whose
+  // instances double at every level costs one step per product rather than one per object.
+  // Counts are kept in *counts; the first product whose count passes limit goes to *over.
+  uint64_t CountObjects(const std::string& oid, uint64_t limit,
+                        std::map<std::string, uint64_t>* counts, std::string* over) const {
+    const uint64_t cap = limit == UINT64_MAX ? limit : limit + 1;
+    struct Step {
+      const Product* product;
+      size_t next_child;
+      uint64_t objects;
+    };
+    std::vector<Step> stack;
+    auto enter = [&](const std::string& product_oid) {
+      auto known = counts->find(product_oid);
+      if (known != counts->end()) return known->second;
+      stack.push_back({&project_.products.at(product_oid), 0, 1});
+      return uint64_t{0};
+    };
+    uint64_t result = enter(oid);
+    while (!stack.empty()) {
+      Step& step = stack.back();
+      if (step.next_child < step.product->children.size()) {
+        const std::string& child = step.product->children[step.next_child].product;
+        auto known = counts->find(child);
+        if (known == counts->end()) {
+          enter(child);  // counted first; this step resumes at the same child
+          continue;
+        }
+        step.objects = AddUpTo(cap, step.objects, std::min(cap, known->second));
+        ++step.next_child;
+        continue;
+      }
+      (*counts)[step.product->oid] = step.objects;
+      if (step.objects > limit && over->empty()) *over = step.product->oid;
+      result = step.objects;
+      stack.pop_back();
+    }
+    return result;
+  }
+
+  // Whether the selected entries expand to no more than MaxObjects() objects; false with the
+  // limit and the product where the count passed it in *error.
+  bool CheckObjectCount(const std::vector<std::pair<const char*, const Instance*>>& selected,
+                        std::string* error) const {
+    const uint64_t limit = nomzub::MaxObjects();
+    std::map<std::string, uint64_t> counts;
+    uint64_t total = 0;  // never above limit
+    for (const auto& entry : selected) {
+      std::string over;
+      uint64_t objects = CountObjects(entry.second->product, limit, &counts, &over);
+      if (objects > limit || total > limit - objects) {
+        if (over.empty()) over = entry.second->product;
+        return Fail(error, "the package would hold more than " + std::to_string(limit) +
+                               " objects (the limit), passed at product " + over);
+      }
+      total += objects;
+    }
+    return true;
+  }
+
+  // Records every occurrence of a product and the products its structure reaches, depth first in
+  // the children's order, with an explicit stack: the structure's depth never deepens the call
+  // stack.
   void Visit(const std::string& oid, const std::string& path) {
-    object_paths_.emplace_back(oid, path);
+    struct Level {
+      const Product* product;
+      size_t next_child;
+      size_t path_size;
+    };
+    std::string current = path;
+    object_paths_.emplace_back(oid, current);
     documents_.insert(oid);
-    for (const Instance& child : project_.products.at(oid).children) {
-      Visit(child.product, path + "/" + child.ident);
+    std::vector<Level> stack = {{&project_.products.at(oid), 0, current.size()}};
+    while (!stack.empty()) {
+      Level& level = stack.back();
+      if (level.next_child == level.product->children.size()) {
+        stack.pop_back();
+        continue;
+      }
+      const Instance& child = level.product->children[level.next_child++];
+      current.resize(level.path_size);
+      current += '/';
+      current += child.ident;
+      object_paths_.emplace_back(child.product, current);
+      documents_.insert(child.product);
+      stack.push_back({&project_.products.at(child.product), 0, current.size()});
     }
   }
 
@@ -410,3 +505,22 @@ HRESULT GeneratePackage(const Project& project, const Filter& filter, const std:
 }
 
 }  // namespace nomzub::proxy
+
+void nomzub::SetMaxObjects(uint64_t n) { proxy::g_max_objects = n; }
+
+uint64_t nomzub::MaxObjects() {
+  uint64_t n = proxy::g_max_objects;
+  return n == 0 ? kDefaultMaxObjects : n;
+}
+
+std::vector<std::string> nomzub::KnownGeneratorOptions() {
+  return {"refs=relative|dot|climb|drive[,...]", "sep=backslash|slash|mixed"};
+}
+
+bool nomzub::IsKnownGeneratorOption(const std::string& option, std::string* problem) {
+  proxy::RefStyle style;
+  std::string error;
+  if (proxy::ParseOption(option, &style, &error)) return true;
+  if (problem != nullptr) *problem = error;
+  return false;
+}

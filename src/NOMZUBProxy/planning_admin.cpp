@@ -8,6 +8,7 @@
 #include "NOMZUBProxy/project_store.h"
 #include "NOMZUBProxy/sample_project.h"
 #include "NOMZUBProxy/sha256.h"
+#include "services/NOMZUBConnector.h"
 #include "services/NOMZUBLog.h"
 
 namespace nomzub {
@@ -26,14 +27,14 @@ HRESULT WithSchema(const std::string& url, int version,
   std::string error;
   std::unique_ptr<PlanningDb> db =
       proxy::OpenPlanningDb(url, proxy::DbAccess::kCreate, nullptr, &error);
-  if (!db || !proxy::MigrateSchema(*db, proxy::RedactUrl(url), version, &error)) {
+  if (!db || !proxy::MigrateSchema(*db, RedactServerUrl(url), version, &error)) {
     return Fail(error);
   }
   if (!work) return S_OK;
   if (!db->RunScript("BEGIN") || !work(*db, &error) || !db->RunScript("COMMIT")) {
     if (error.empty()) error = db->error();
     db->RunScript("ROLLBACK");
-    return Fail("cannot write to planning database " + proxy::RedactUrl(url) + ": " + error);
+    return Fail("cannot write to planning database " + RedactServerUrl(url) + ": " + error);
   }
   return S_OK;
 }
@@ -88,7 +89,7 @@ HRESULT RunPlanningSql(const std::string& url, const std::string& sql,
       proxy::OpenPlanningDb(url, proxy::DbAccess::kCreate, nullptr, &error);
   if (!db) return Fail(error);
   if (!db->Run(sql, {}, rows)) {
-    return Fail("SQL failed on " + proxy::RedactUrl(url) + ": " + db->error());
+    return Fail("SQL failed on " + RedactServerUrl(url) + ": " + db->error());
   }
   return S_OK;
 }
@@ -97,5 +98,9 @@ std::string HashPlanningPassword(const std::string& password, const std::string&
                                  int iterations) {
   return proxy::ToHex(proxy::Pbkdf2HmacSha256(password, salt, iterations, 32));
 }
+
+int PlanningPasswordIterations() { return proxy::kPasswordIterations; }
+
+uint64_t PlanningHashIterationsRun() { return proxy::Pbkdf2IterationsRun(); }
 
 }  // namespace nomzub

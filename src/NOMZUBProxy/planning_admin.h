@@ -2,6 +2,7 @@
 #ifndef NOM_NOMZUBPROXY_PLANNING_ADMIN_H_
 #define NOM_NOMZUBPROXY_PLANNING_ADMIN_H_
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -37,7 +38,9 @@ NOM_API HRESULT MigratePlanningDatabase(const std::string& url, int version);
 NOM_API HRESULT LoadSyntheticPlanningData(const std::string& url, const std::string& project,
                                           int productCount);
 
-// Creates or replaces an account of the database's accounts table. S_OK; E_FAIL (level 2).
+// Creates or replaces an account of the database's accounts table: a fresh salt and
+// PlanningPasswordIterations() rounds, the count stored with the hash. S_OK; E_FAIL (level 2),
+// also for a password longer than kMaxPasswordBytes (nothing written).
 NOM_API HRESULT AddPlanningAccount(const std::string& url, const std::string& login,
                                    const std::string& password);
 
@@ -48,9 +51,16 @@ NOM_API HRESULT RunPlanningSql(const std::string& url, const std::string& sql,
                                std::vector<std::vector<std::string>>* rows);
 
 // The hexadecimal PBKDF2-HMAC-SHA-256 hash (32 bytes) that the accounts table stores for
-// password with that salt text and iteration count.
+// password with that salt text and iteration count (at least 1; "" otherwise).
 NOM_API std::string HashPlanningPassword(const std::string& password, const std::string& salt,
                                          int iterations);
+
+// The iteration count new accounts get (600,000); every SQLite login check runs at least as many.
+NOM_API int PlanningPasswordIterations();
+
+// How many PBKDF2 iterations this process has run so far (accounts stored, logins checked), for
+// tests and measurements of the work a login costs.
+NOM_API uint64_t PlanningHashIterationsRun();
 
 }  // namespace nomzub
 

@@ -45,15 +45,13 @@ enum class DbAccess {
 // Opens the database at url ("sqlite:PATH" with PATH a native or module path, or
 // "postgresql://..." / "postgres://..."). credentials, when given, override the URL's user and
 // password (PostgreSQL authenticates them; SQLite ignores them). Returns null and sets *error to
-// a sentence naming the database (password hidden) and the cause.
+// a sentence naming the database and the cause, every password in it hidden (RedactServerUrl),
+// also where the server's own message quotes the URL.
 std::unique_ptr<PlanningDb> OpenPlanningDb(const std::string& url, DbAccess access,
                                            const DbCredentials* credentials, std::string* error);
 
 // Whether url names an SQLite database ("sqlite:PATH").
 bool IsSqliteUrl(const std::string& url);
-
-// The url with any password replaced by "***", for messages.
-std::string RedactUrl(const std::string& url);
 
 }  // namespace nomzub::proxy
 

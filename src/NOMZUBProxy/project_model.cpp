@@ -5,6 +5,7 @@
 #include <cctype>
 #include <charconv>
 #include <cmath>
+#include <map>
 #include <set>
 #include <type_traits>
 
@@ -100,17 +101,73 @@ void SortBySeq(std::vector<T>& items) {
                    [](const T& a, const T& b) { return a.seq < b.seq; });
 }
 
-// Whether the structure under oid reaches a product already on the path (a cycle).
-bool HasCycle(const Project& project, const std::string& oid, std::set<std::string>& on_path,
-              std::set<std::string>& done) {
-  if (done.count(oid)) return false;
-  if (!on_path.insert(oid).second) return true;
-  for (const Instance& child : project.products.at(oid).children) {
-    if (HasCycle(project, child.product, on_path, done)) return true;
+// "A > B > C > A" for the products of a cycle from first to last; a long cycle shows its first
+// and last products and how many it holds.
+template <typename Iterator>
+std::string CycleText(Iterator first, Iterator last) {
+  constexpr size_t kShown = 8;
+  const size_t count = static_cast<size_t>(last - first);
+  std::string text;
+  for (Iterator it = first; it != last; ++it) {
+    size_t index = static_cast<size_t>(it - first);
+    if (count > kShown && index == kShown / 2) text += " > ...";
+    if (count > kShown && index >= kShown / 2 && index < count - kShown / 2) continue;
+    text += (text.empty() ? "" : " > ") + it->product->oid;
   }
-  on_path.erase(oid);
-  done.insert(oid);
-  return false;
+  text += " > " + first->product->oid;
+  if (count > kShown) text += ", a cycle of " + std::to_string(count) + " products";
+  return text;
+}
+
+// Walks every product structure depth first with an explicit stack, so that no structure, however
+// deep, deepens the call stack. Fails at the first cycle, naming the products around it, and at
+// the first product whose structure holds more than kMaxStructureDepth levels.
+void CheckStructures(Checker& check, const Project& project) {
+  enum class Mark { kNew, kOnPath, kDone };
+  std::map<std::string, Mark> marks;
+  std::map<std::string, size_t> levels;  // of each product whose walk is done
+  struct Step {
+    const Product* product;
+    size_t next_child;
+    size_t levels;  // the deepest structure below it seen so far, itself included
+  };
+  std::vector<Step> path;
+  for (const auto& [top_oid, top] : project.products) {
+    if (marks[top_oid] != Mark::kNew) continue;
+    marks[top_oid] = Mark::kOnPath;
+    path.push_back({&top, 0, 1});
+    while (!path.empty()) {
+      Step& step = path.back();
+      if (step.next_child == step.product->children.size()) {
+        size_t done_levels = step.levels;
+        const std::string& oid = step.product->oid;
+        marks[oid] = Mark::kDone;
+        levels[oid] = done_levels;
+        if (done_levels > kMaxStructureDepth) {
+          check.Fail("the structure of product " + oid + " is deeper than " +
+                     std::to_string(kMaxStructureDepth) + " levels (the limit)");
+          return;
+        }
+        path.pop_back();
+        if (!path.empty()) path.back().levels = std::max(path.back().levels, done_levels + 1);
+        continue;
+      }
+      const std::string& child = step.product->children[step.next_child++].product;
+      Mark& mark = marks[child];
+      if (mark == Mark::kDone) {
+        step.levels = std::max(step.levels, levels[child] + 1);
+      } else if (mark == Mark::kOnPath) {
+        auto from = std::find_if(path.begin(), path.end(),
+                                 [&](const Step& s) { return s.product->oid == child; });
+        check.Fail("the structure of product " + child + " contains itself (" +
+                   CycleText(from, path.end()) + ")");
+        return;
+      } else {
+        mark = Mark::kOnPath;
+        path.push_back({&project.products.at(child), 0, 1});
+      }
+    }
+  }
 }
 
 void CheckSiblings(Checker& check, const std::vector<Instance>& siblings,
@@ -224,14 +281,11 @@ bool LoadProject(PlanningDb& db, const std::string& name, Project* project, std:
   SortBySeq(p.states);
   SortBySeq(p.positions);
   CheckSiblings(check, p.roots, "the package's lists");
-  std::set<std::string> on_path, done;
   for (auto& [oid, product] : p.products) {
     SortBySeq(product.children);
     CheckSiblings(check, product.children, "product " + oid);
-    if (check.ok() && HasCycle(p, oid, on_path, done)) {
-      check.Fail("the structure of product " + oid + " contains itself");
-    }
   }
+  if (check.ok()) CheckStructures(check, p);
   if (!check.ok()) {
     *error = "project '" + name + "' holds bad data: " + *error;
     return false;

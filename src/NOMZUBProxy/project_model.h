@@ -86,11 +86,18 @@ struct Project {
   std::vector<SimPosition> positions;       // ordered by seq
 };
 
+// The most levels a product structure may hold, the product itself included: deeper structures
+// are refused when the project is loaded. Every object's ident path names one ident per level,
+// and the identifier cache holds the path of every object, so the paths of a structure n levels
+// deep take room in proportion to n * n.
+constexpr size_t kMaxStructureDepth = 1000;
+
 // Whether the database knows a project of that name; false with *error on a query failure.
 bool ProjectExists(PlanningDb& db, const std::string& name, bool* exists, std::string* error);
 
 // Reads the whole project with one query per table and checks it: every reference resolves,
-// product structures hold no cycle, idents are usable in ident paths ("/" separates components
+// product structures hold no cycle (the products around it are named) and no more than
+// kMaxStructureDepth levels, idents are usable in ident paths ("/" separates components
 // and "#" separates paths, so neither may appear), OIDs are usable as file names, meshes parse.
 // False with the first problem in *error.
 bool LoadProject(PlanningDb& db, const std::string& name, Project* project, std::string* error);

@@ -5,6 +5,7 @@
 #include <random>
 
 #include "NOMZUBProxy/sha256.h"
+#include "services/NOMZUBConnector.h"
 
 namespace nomzub::proxy {
 namespace {
@@ -103,6 +104,11 @@ bool StoreProject(PlanningDb& db, const Project& project, const std::string& des
 
 bool StoreAccount(PlanningDb& db, const std::string& login, const std::string& password,
                   std::string* error) {
+  if (password.size() > kMaxPasswordBytes) {
+    *error = "the password of account '" + login + "' is longer than " +
+             std::to_string(kMaxPasswordBytes) + " bytes (the limit)";
+    return false;
+  }
   std::random_device random;
   std::string salt_bytes;
   for (int i = 0; i < 16; ++i) salt_bytes += static_cast<char>(random());

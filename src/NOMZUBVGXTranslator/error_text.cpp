@@ -23,6 +23,9 @@ std::string DescribeWindowsError(DWORD error) {
     case 112:
       text = "disk full";
       break;
+    case 123:
+      text = "invalid file name";
+      break;
     case 206:
       text = "file name too long";
       break;

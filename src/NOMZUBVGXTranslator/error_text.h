@@ -1,5 +1,5 @@
-// Readable text for the Windows error numbers the platform layer reports. Private to
-// NOMZUBVGXTranslator.
+// Readable text for the Windows error numbers the platform layer reports. Used by the
+// translator's diagnostics and by hosts.
 #ifndef NOM_NOMZUBVGXTRANSLATOR_ERROR_TEXT_H_
 #define NOM_NOMZUBVGXTRANSLATOR_ERROR_TEXT_H_
 
@@ -10,7 +10,7 @@
 namespace nomzub {
 
 // "Windows error 2 (file not found)"; numbers without a known text give "Windows error N".
-std::string DescribeWindowsError(DWORD error);
+NOM_API std::string DescribeWindowsError(DWORD error);
 
 }  // namespace nomzub
 

@@ -20,21 +20,6 @@ constexpr char kFileAttribute[] = "File";
 constexpr char kDocumentAttribute[] = "Document";
 constexpr char kMainDocumentName[] = "SOI.vgxXml";
 
-// True for a drive-qualified path ("X:\..." or "X:..."), a UNC path ("\\server\...") and a rooted
-// one ("\..." or "/...").
-bool IsAbsolute(const std::string& path) {
-  if (!path.empty() && (path[0] == '\\' || path[0] == '/')) return true;
-  return path.size() >= 2 && std::isalpha(static_cast<unsigned char>(path[0])) && path[1] == ':';
-}
-
-// Where a resource lies: its reference when absolute, else the reference taken from the
-// document's directory (the working directory for a document opened by a bare name).
-std::string ResourceSource(const std::string& documentPath, const std::string& reference) {
-  if (IsAbsolute(reference)) return reference;
-  const char* name = nomplat::PathFindFileNameA(documentPath.c_str());
-  return documentPath.substr(0, static_cast<size_t>(name - documentPath.c_str())) + reference;
-}
-
 // True when both module paths name one existing file (a resource already in the SOI directory),
 // which must not be copied onto itself.
 bool SameFile(const std::string& first, const std::string& second) {
@@ -57,9 +42,9 @@ bool CopyResource(NOMZUBDOMWrapper& document, IXMLDOMNode* resource,
   const HRESULT read = document.GetAttribute(resource, kFileAttribute, reference);
   if (read < 0) return false;
   if (reference.empty()) return true;
-  const std::string source = ResourceSource(document.DocumentPath(), reference);
+  const std::string source = SharedResourceSource(document.DocumentPath(), reference);
+  const std::string target = SharedResourceTarget(soiDirectory, reference);
   const std::string name = nomplat::PathFindFileNameA(reference.c_str());
-  const std::string target = soiDirectory + "\\" + name;
   if (!SameFile(source, target)) {
     if (const DWORD error = nomplat::CurrentEnv()->CopyFile(source, target, false)) {
       LogServiceError("Cannot copy shared resource " + source + " to " + target + ": " +
@@ -102,6 +87,31 @@ HRESULT ReferMainDocument(NOMZUBDOMWrapper& view) {
 }
 
 }  // namespace
+}  // namespace nomzub
+
+namespace nomzub {
+
+namespace {
+
+// True for a drive-qualified path ("X:\..." or "X:..."), a UNC path ("\\server\...") and a
+// rooted one ("\..." or "/...").
+bool IsAbsolute(const std::string& path) {
+  if (!path.empty() && (path[0] == '\\' || path[0] == '/')) return true;
+  return path.size() >= 2 && std::isalpha(static_cast<unsigned char>(path[0])) && path[1] == ':';
+}
+
+}  // namespace
+
+std::string SharedResourceSource(const std::string& documentPath, const std::string& reference) {
+  if (IsAbsolute(reference)) return reference;
+  const char* name = nomplat::PathFindFileNameA(documentPath.c_str());
+  return documentPath.substr(0, static_cast<size_t>(name - documentPath.c_str())) + reference;
+}
+
+std::string SharedResourceTarget(const std::string& soiDirectory, const std::string& reference) {
+  return soiDirectory + "\\" + nomplat::PathFindFileNameA(reference.c_str());
+}
+
 }  // namespace nomzub
 
 HRESULT NOMZUBVgxSharedResourceFileMgr::UpdateVgxXmlForSOR(NOMZUBDOMWrapper& doc,

@@ -55,8 +55,7 @@ class NOMSOIChildWalk {
       self.PrintError(source, target, unused, copied);
 
       const std::string geometry = nomsoi::GeometryPathOf(source);
-      const std::string geometryTarget =
-          soi + nomsoi::TailFrom(geometry, nomplat::MbsFindLast(geometry, '\\'));
+      const std::string geometryTarget = nomsoi::ListChildGeometryTarget(soi, geometry);
       if (nomplat::CanOpenForReading(geometry)) {
         const int32_t geometryCopied =
             nomplat::CopyFileA(geometry.c_str(), geometryTarget.c_str(), FALSE);

@@ -40,7 +40,7 @@ HRESULT NOMSOIUtility::CheckInternalReference(const std::string& docPath,
     _CopiedXmlFiles.push_back(target);
 
     const std::string geometry = nomsoi::GeometryPathOf(value);
-    target = nomsoi::GeometryPathOf(target);
+    target = nomsoi::NestedGeometryTarget(target);
     if (nomplat::CanOpenForReading(geometry)) {
       const int32_t geometryCopied = nomplat::CopyFileA(geometry.c_str(), target.c_str(), FALSE);
       PrintError(geometry, target, unused, geometryCopied);

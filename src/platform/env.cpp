@@ -2,6 +2,7 @@
 #include "platform/env.h"
 
 #include <fcntl.h>
+#include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <functional>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -67,10 +69,22 @@ DWORD PathError(const std::string& p, int err) {
 }
 
 // Opens native path p for reading without blocking on a FIFO; *st receives its status.
-// Returns 0 or the Windows error; anything but a regular file is refused with 5.
+// Returns 0 or the Windows error; anything but a regular file is refused with 5. Under
+// confinement the real path of p (links resolved) is checked first: outside every root it is
+// refused with 5, inside it is the path opened, and a link swapped in since is not followed.
 DWORD OpenRegularForReading(const std::string& p, Fd* fd, struct stat* st) {
-  Fd opened(open(p.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (!opened) return PathError(p, errno);
+  std::string real;
+  int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
+  if (!ConfinementRoots().empty()) {
+    std::unique_ptr<char, decltype(&std::free)> resolved(realpath(p.c_str(), nullptr), &std::free);
+    if (!resolved) return PathError(p, errno);
+    real = resolved.get();
+    if (!IsConfined(real)) return kErrorAccessDenied;
+    flags |= O_NOFOLLOW;
+  }
+  const std::string& path = real.empty() ? p : real;
+  Fd opened(open(path.c_str(), flags));
+  if (!opened) return PathError(path, errno);
   if (fstat(opened.get(), st) != 0) return MapErrno(errno);
   if (!S_ISREG(st->st_mode)) return kErrorAccessDenied;
   *fd = std::move(opened);
@@ -125,24 +139,49 @@ DWORD KeepModificationTime(int out, const struct stat& source) {
   return futimens(out, times) == 0 ? 0 : MapErrno(errno);
 }
 
-// Checks that an existing target st may be replaced: not a directory, not read-only.
+// Checks that an existing target st (from lstat) may be replaced: not a directory, not
+// read-only. A symbolic link standing at the target is replaced itself, whatever it points to.
 DWORD CheckReplaceable(const struct stat& st) {
+  if (S_ISLNK(st.st_mode)) return 0;
   return S_ISDIR(st.st_mode) || IsReadOnly(st) ? kErrorAccessDenied : 0;
 }
 
-// A new, uniquely named file beside native path target, for writing.
-DWORD CreateTempBeside(const std::string& target, Fd* fd, std::string* tempPath) {
+// The entry standing at native path p, links not followed. Returns 0 with *exists set, or the
+// Windows error of a failed look-up other than a missing entry.
+DWORD LookAtTarget(const std::string& p, struct stat* st, bool* exists) {
+  *exists = lstat(p.c_str(), st) == 0;
+  return *exists || errno == ENOENT ? 0 : PathError(p, errno);
+}
+
+// A new, uniquely named file beside native path target, for writing, with permissions mode
+// (less the umask).
+DWORD CreateTempBeside(const std::string& target, mode_t mode, Fd* fd, std::string* tempPath) {
   static std::atomic<unsigned> counter{0};
   const std::string prefix = ParentOf(target) + "/.nomtmp." + std::to_string(getpid()) + ".";
   for (;;) {
     *tempPath = prefix + std::to_string(counter.fetch_add(1));
-    Fd created(open(tempPath->c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    Fd created(open(tempPath->c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
     if (created) {
       *fd = std::move(created);
       return 0;
     }
     if (errno != EEXIST) return PathError(*tempPath, errno);
   }
+}
+
+// Gives the finished temporary file temp the name target: replacing whatever stands there, or,
+// with noReplace, only when nothing does (80 otherwise), decided by the kernel at the rename.
+DWORD MoveIntoPlace(const std::string& temp, const std::string& target, bool noReplace) {
+  if (noReplace) {
+    if (renameat2(AT_FDCWD, temp.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) == 0) {
+      return 0;
+    }
+    if (errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP) {
+      return PathError(target, errno);
+    }
+    // A file system without the flag: the check made before the copy has to do.
+  }
+  return rename(temp.c_str(), target.c_str()) == 0 ? 0 : PathError(target, errno);
 }
 
 DWORD MakeDirectories(const std::string& native) {
@@ -169,6 +208,10 @@ class PosixEnv : public Env {
     return OpenRegularForReading(native, &fd, &st) == 0;
   }
 
+  // The copy is written to a temporary file beside dst (readable by its owner alone until it
+  // is complete), given src's permissions and modification time and renamed over dst, so dst
+  // is either as it was or the whole copy, and a link standing at dst is replaced, not written
+  // through.
   DWORD CopyFile(const std::string& src, const std::string& dst, bool failIfExists) override {
     std::string from, to;
     DWORD error = 0;
@@ -179,26 +222,34 @@ class PosixEnv : public Env {
       return error;
     }
     struct stat target;
-    const bool exists = stat(to.c_str(), &target) == 0;
-    if (!exists && errno != ENOENT) return PathError(to, errno);
+    bool exists = false;
+    if ((error = LookAtTarget(to, &target, &exists)) != 0) return error;
     if (exists) {
       if (failIfExists) return kErrorFileExists;
       if ((error = CheckReplaceable(target)) != 0) return error;
-      // Windows refuses to copy a file onto itself; truncating it here would lose it.
+      // Windows refuses to copy a file onto itself; replacing it here would lose it.
       if (target.st_dev == source.st_dev && target.st_ino == source.st_ino) {
         return kErrorSharingViolation;
       }
+    } else if (to.back() == '/') {
+      return MapErrno(EISDIR);  // "name\" can only be a directory
     }
-    Fd out(open(to.c_str(), O_WRONLY | O_CLOEXEC | (exists ? O_TRUNC : O_CREAT | O_EXCL), 0666));
-    if (!out) return PathError(to, errno);
+    Fd out(-1);
+    std::string temp;
+    if ((error = CreateTempBeside(to, S_IRUSR | S_IWUSR, &out, &temp)) != 0) return error;
     error = CopyContents(in.get(), out.get(), source);
+    // The source's permissions, never wider, and writable by the owner so it can be replaced.
+    if (error == 0 && fchmod(out.get(), (source.st_mode & 0777) | S_IWUSR) != 0) {
+      error = MapErrno(errno);
+    }
     if (error == 0) error = KeepModificationTime(out.get(), source);
     const DWORD closeError = out.Close();
     if (error == 0) error = closeError;
+    if (error == 0) error = MoveIntoPlace(temp, to, failIfExists);
     if (error != 0) {
-      unlink(to.c_str());  // no partial target is left behind
-      NoteFileRemoved(to);
-    } else if (!exists) {
+      unlink(temp.c_str());  // nothing is left under dst's name, nor beside it
+      NoteFileRemoved(temp);
+    } else {
       NoteFileCreated(to);
     }
     return error;
@@ -256,21 +307,23 @@ class PosixEnv : public Env {
   }
 
  private:
-  // Writes a temporary file beside path with write(fd) and renames it over path.
+  // Writes a temporary file beside path with write(fd) and renames it over path; a link standing
+  // at path is replaced, not followed.
   DWORD ReplaceFile(const std::string& path, const std::function<DWORD(int fd)>& write) {
     std::string native;
     DWORD error = 0;
     if (!ToNativePath(path, &native, &error)) return error;
     struct stat existing;
-    const bool exists = stat(native.c_str(), &existing) == 0;
-    if (!exists && errno != ENOENT) return PathError(native, errno);
+    bool exists = false;
+    if ((error = LookAtTarget(native, &existing, &exists)) != 0) return error;
     if (exists && (error = CheckReplaceable(existing)) != 0) return error;
     Fd fd(-1);
     std::string temp;
-    if ((error = CreateTempBeside(native, &fd, &temp)) != 0) return error;
+    if ((error = CreateTempBeside(native, 0666, &fd, &temp)) != 0) return error;
     error = write(fd.get());
-    // The replacement keeps the permissions of the file it replaces.
-    if (error == 0 && exists && fchmod(fd.get(), existing.st_mode & 07777) != 0) {
+    // The replacement keeps the permissions of the file it replaces (not of a link's target).
+    if (error == 0 && exists && !S_ISLNK(existing.st_mode) &&
+        fchmod(fd.get(), existing.st_mode & 07777) != 0) {
       error = MapErrno(errno);
     }
     const DWORD closeError = fd.Close();

@@ -30,21 +30,27 @@ class NOM_API Env {
   virtual ~Env();
 
   // True only when path names a regular file that can be opened for reading; opened and closed at
-  // once. A directory, a missing file or one without read permission gives false.
+  // once. A directory, a missing file, one without read permission, a name Windows refuses or
+  // (under confinement, paths.h) a file whose real path lies outside every root gives false.
   virtual bool CanOpenForReading(const std::string& path) = 0;
 
-  // Copies src to dst, keeping src's modification time; replaces an existing dst unless
-  // failIfExists. Returns 0 on success, else a Windows error number (see MapErrno) and leaves
-  // no partial dst behind. A read-only dst (no write bit for anyone) fails with 5, also for root.
+  // Copies src to dst, keeping src's modification time and permission bits (plus owner write);
+  // replaces an existing dst unless failIfExists. The copy is written beside dst and renamed over
+  // it, so dst is either untouched or the whole copy, and a symbolic link at dst is replaced, not
+  // written through. Returns 0 on success, else a Windows error number (see MapErrno): a
+  // read-only dst (no write bit for anyone) 5, also for root; a directory dst 5; dst the same
+  // file as src 32; a name Windows refuses 123; src outside the confinement roots 5.
   virtual DWORD CopyFile(const std::string& src, const std::string& dst, bool failIfExists) = 0;
 
-  // Reads the whole file into *contents. Returns 0 or a Windows error number (*contents cleared).
+  // Reads the whole file into *contents. Returns 0 or a Windows error number (*contents cleared);
+  // a file outside the confinement roots fails with 5.
   virtual DWORD ReadFile(const std::string& path, std::string* contents) = 0;
 
   // Replaces path with contents atomically: writes a temporary file beside it and renames it over
   // the target, so a crashed process never leaves half a file. (No fsync: a package is rewritten
   // file by file, and syncing each one would cost more than the whole copy.) A read-only target
-  // fails with 5 and is left as it was. Returns 0 or an error.
+  // fails with 5 and is left as it was; a symbolic link at path is replaced, not followed.
+  // Returns 0 or an error.
   virtual DWORD WriteFileAtomic(const std::string& path, const std::string& contents) = 0;
 
   // WriteFileAtomic with the contents taken from source as it produces them. This default

@@ -3,12 +3,14 @@
 
 #include <dirent.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <time.h>
 #include <wctype.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <memory>
 #include <mutex>
 #include <string_view>
 #include <unordered_map>
@@ -240,16 +242,16 @@ bool Exists(const std::string& native) {
   return lstat(native.c_str(), &st) == 0;
 }
 
-// dir joined with name by one "/" ("" is the working directory).
-std::string Join(const std::string& dir, const std::string& name) {
-  if (dir.empty()) return name;
-  return dir.back() == '/' ? dir + name : dir + "/" + name;
+// Appends name to *path with one "/" between them (none after a trailing "/" or into "", the
+// working directory).
+void Append(std::string* path, std::string_view name) {
+  if (!path->empty() && path->back() != '/') *path += '/';
+  path->append(name.data(), name.size());
 }
 
-std::string JoinAll(std::string dir, const std::vector<std::string>& names, size_t from,
-                    size_t to) {
-  for (size_t k = from; k < to; ++k) dir = Join(dir, names[k]);
-  return dir;
+// root joined with names[from..], built in one buffer.
+void AppendAll(std::string* path, const std::vector<std::string_view>& names, size_t from) {
+  for (size_t k = from; k < names.size(); ++k) Append(path, names[k]);
 }
 
 // A name with every character case-folded: equal for names Windows would take as one.
@@ -381,44 +383,81 @@ ListingCache& Listings() {
   return cache;
 }
 
-// The entry of dir that is name, exactly or else as the one entry equal to it ignoring case.
-bool FindEntry(const std::string& dir, const std::string& name, std::string* entry) {
-  if (Exists(Join(dir, name))) {
-    *entry = name;
-    return true;
+// Looks name up in directory *path (the buffer, "" for the working directory) as it exists
+// exactly or else as the one entry equal to it ignoring case; on success appends the entry to
+// *path. With exactTried the caller already knows that the exact name does not exist.
+bool AppendEntry(std::string* path, std::string_view name, bool exactTried) {
+  const size_t dirEnd = path->size();
+  if (!exactTried) {
+    Append(path, name);
+    if (Exists(*path)) return true;
+    path->resize(dirEnd);
   }
-  return Listings().Find(dir, FoldedName(name), entry) == 1;
+  std::string entry;
+  if (Listings().Find(*path, FoldedName(name), &entry) != 1) return false;
+  Append(path, entry);
+  return true;
 }
 
 // root joined with names, each name that does not exist as written replaced by its unique
 // case-insensitive match; from the first name without one, the rest stays as written.
-std::string ResolveCase(const std::string& root, const std::vector<std::string>& names) {
-  const std::string exact = JoinAll(root, names, 0, names.size());
-  if (names.empty() || Exists(exact)) return exact;
-  // The longest prefix that exists as written; usually the parent directory.
-  size_t known = names.size() - 1;
-  while (known > 0 && !Exists(JoinAll(root, names, 0, known))) --known;
-  std::string path = JoinAll(root, names, 0, known);
-  for (size_t k = known; k < names.size(); ++k) {
-    std::string entry;
-    if (!FindEntry(path, names[k], &entry)) {
-      return JoinAll(path, names, k, names.size());
+//
+// Works on one buffer: the path as written is built once with the end of every prefix noted.
+// When it does not exist, the longest prefix that does is found (the parent first, as it
+// usually is, else by bisection: a prefix exists only if every shorter one does), and only the
+// names after it are looked up one by one. Every step is linear in the path's length, with at
+// most one lstat per component.
+std::string ResolveCase(const std::string& root, const std::vector<std::string_view>& names) {
+  std::string path = root;
+  std::vector<size_t> ends;  // ends[k]: length of root joined with names[0..k]
+  ends.reserve(names.size());
+  for (std::string_view name : names) {
+    Append(&path, name);
+    ends.push_back(path.size());
+  }
+  if (names.empty() || Exists(path)) return path;
+  // Whether root joined with the first count names exists; the buffer is cut at the "/" that
+  // follows them for the call and restored after.
+  const auto prefixExists = [&path, &ends](size_t count) {
+    const size_t end = ends[count - 1];
+    const char separator = path[end];
+    path[end] = '\0';
+    struct stat st;
+    const bool found = lstat(path.c_str(), &st) == 0;
+    path[end] = separator;
+    return found;
+  };
+  const size_t n = names.size();
+  size_t known = 0;  // how many leading names exist as written (the root is taken as existing)
+  if (n > 1 && prefixExists(n - 1)) {
+    known = n - 1;
+  } else if (n > 2) {
+    size_t missing = n - 1;  // a prefix known not to exist
+    while (missing - known > 1) {
+      const size_t mid = known + (missing - known) / 2;
+      (prefixExists(mid) ? known : missing) = mid;
     }
-    path = Join(path, entry);
+  }
+  path.resize(known == 0 ? root.size() : ends[known - 1]);
+  for (size_t k = known; k < n; ++k) {
+    if (!AppendEntry(&path, names[k], k == known)) {
+      AppendAll(&path, names, k);
+      return path;
+    }
   }
   return path;
 }
 
 // The components of rest, with "." dropped and ".." taking away the previous component as
 // Windows does before it touches the disk. Above the root, ".." is dropped for an absolute path
-// and kept for a relative one.
-std::vector<std::string> Components(const std::string& rest, bool absolute) {
-  std::vector<std::string> names;
+// and kept for a relative one. The views point into rest.
+std::vector<std::string_view> Components(std::string_view rest, bool absolute) {
+  std::vector<std::string_view> names;
   size_t i = 0;
   while (i < rest.size()) {
     size_t end = i;
     while (end < rest.size() && !IsSeparator(rest[end])) ++end;
-    const std::string name = rest.substr(i, end - i);
+    const std::string_view name = rest.substr(i, end - i);
     if (name == "..") {
       if (!names.empty() && names.back() != "..") {
         names.pop_back();
@@ -431,6 +470,32 @@ std::vector<std::string> Components(const std::string& rest, bool absolute) {
     i = end + 1;
   }
   return names;
+}
+
+// Whether Windows would refuse path (UTF-8) as a file name: a ":" other than at index 1 (a
+// drive's; a relative name such as "1:x" has always been taken as written), one of <>"|?*, a
+// control character, or a component ending in "." or " " other than "." and "..". In UTF-8 no
+// byte of a multibyte character is ASCII, so the bytes can be checked one by one.
+bool IsRefusedName(std::string_view path) {
+  const size_t start = path.size() >= 2 && path[1] == ':' ? 2 : 0;
+  size_t componentStart = start;
+  for (size_t i = start; i <= path.size(); ++i) {
+    if (i == path.size() || IsSeparator(path[i])) {
+      const std::string_view name = path.substr(componentStart, i - componentStart);
+      if (!name.empty() && name != "." && name != ".." &&
+          (name.back() == '.' || name.back() == ' ')) {
+        return true;
+      }
+      componentStart = i + 1;
+      continue;
+    }
+    const unsigned char c = static_cast<unsigned char>(path[i]);
+    if (c < 0x20 || c == ':' || c == '<' || c == '>' || c == '"' || c == '|' || c == '?' ||
+        c == '*') {
+      return true;
+    }
+  }
+  return false;
 }
 
 // Finds the native root of path (UTF-8) and where the rest begins. Returns false with *error
@@ -456,6 +521,91 @@ bool SplitRoot(const std::string& path, std::string* root, size_t* restAt, DWORD
   *root = !path.empty() && IsSeparator(path[0]) ? "/" : "";
   *restAt = 0;
   return true;
+}
+
+// The real path of native (links, "." and ".." resolved); "" when it cannot be resolved.
+std::string RealPath(const std::string& native) {
+  std::unique_ptr<char, decltype(&std::free)> real(realpath(native.c_str(), nullptr), &std::free);
+  return real ? std::string(real.get()) : std::string();
+}
+
+// The directory holding native path p ("." for a bare name, "/" for "/").
+std::string ParentDirectory(std::string p) {
+  while (p.size() > 1 && p.back() == '/') p.pop_back();
+  const size_t slash = p.rfind('/');
+  if (slash == std::string::npos) return p == "." ? p : ".";
+  return slash == 0 ? "/" : p.substr(0, slash);
+}
+
+// The confinement roots, as real paths. NOMZUB_CONFINE ("/a:/b") is read on first use unless
+// SetConfinementRoots came first; empty entries are skipped.
+class ConfinementRootsStore {
+ public:
+  void Set(const std::vector<std::string>& dirs) {
+    std::vector<std::string> roots = Resolve(dirs);
+    std::lock_guard<std::mutex> lock(mu_);
+    roots_ = std::move(roots);
+    loaded_ = true;
+  }
+
+  std::vector<std::string> Roots() {
+    std::lock_guard<std::mutex> lock(mu_);
+    LoadLocked();
+    return roots_;
+  }
+
+  bool Contains(const std::string& real) {
+    std::lock_guard<std::mutex> lock(mu_);
+    LoadLocked();
+    if (roots_.empty()) return true;
+    for (const std::string& root : roots_) {
+      if (real.compare(0, root.size(), root) != 0) continue;
+      // Equal to the root, or under it: the next character separates ("/" itself ends in one).
+      if (real.size() == root.size() || root.back() == '/' || real[root.size()] == '/') {
+        return true;
+      }
+    }
+    return false;
+  }
+
+ private:
+  // Each non-empty directory as its real path, or as written without trailing "/" when it
+  // cannot be resolved.
+  static std::vector<std::string> Resolve(const std::vector<std::string>& dirs) {
+    std::vector<std::string> roots;
+    for (const std::string& dir : dirs) {
+      if (dir.empty()) continue;
+      std::string real = RealPath(dir);
+      roots.push_back(real.empty() ? TrimDirectory(dir) : std::move(real));
+    }
+    return roots;
+  }
+
+  void LoadLocked() {
+    if (loaded_) return;
+    loaded_ = true;
+    const char* value = std::getenv("NOMZUB_CONFINE");
+    if (value == nullptr) return;
+    std::vector<std::string> dirs;
+    const std::string list = value;
+    size_t start = 0;
+    while (start <= list.size()) {
+      size_t end = list.find(':', start);
+      if (end == std::string::npos) end = list.size();
+      dirs.push_back(list.substr(start, end - start));
+      start = end + 1;
+    }
+    roots_ = Resolve(dirs);
+  }
+
+  std::mutex mu_;
+  bool loaded_ = false;
+  std::vector<std::string> roots_;
+};
+
+ConfinementRootsStore& Confinement() {
+  static ConfinementRootsStore store;
+  return store;
 }
 
 }  // namespace
@@ -490,18 +640,77 @@ bool CaseInsensitiveLookup() {
 
 bool ToNativePath(const std::string& modulePath, std::string* nativePath, DWORD* error) {
   const std::string path = AcpToUtf8(modulePath);
+  if (IsRefusedName(path)) {
+    *error = kErrorInvalidName;
+    return false;
+  }
   std::string root;
   size_t restAt = 0;
   if (!SplitRoot(path, &root, &restAt, error)) return false;
-  const std::vector<std::string> names = Components(path.substr(restAt), !root.empty());
-  *nativePath =
-      CaseInsensitiveLookup() ? ResolveCase(root, names) : JoinAll(root, names, 0, names.size());
+  const std::vector<std::string_view> names =
+      Components(std::string_view(path).substr(restAt), !root.empty());
+  if (CaseInsensitiveLookup()) {
+    *nativePath = ResolveCase(root, names);
+  } else {
+    *nativePath = root;
+    AppendAll(nativePath, names, 0);
+  }
   if (nativePath->empty()) {
     *nativePath = ".";
   } else if (!names.empty() && IsSeparator(path.back())) {
     *nativePath += '/';  // "dir\" names a directory: "file\" must still fail
   }
   return true;
+}
+
+void SetConfinementRoots(const std::vector<std::string>& nativeDirs) {
+  Confinement().Set(nativeDirs);
+}
+
+std::vector<std::string> ConfinementRoots() { return Confinement().Roots(); }
+
+bool IsConfined(const std::string& realNative) { return Confinement().Contains(realNative); }
+
+DWORD StatModulePath(const std::string& modulePath, FileFacts* facts) {
+  *facts = FileFacts();
+  DWORD error = 0;
+  if (!ToNativePath(modulePath, &facts->native, &error)) return error;
+  struct stat st;
+  if (stat(facts->native.c_str(), &st) != 0) return 0;  // missing (or unreachable): no facts
+  facts->exists = true;
+  facts->regular = S_ISREG(st.st_mode);
+  facts->device = static_cast<uint64_t>(st.st_dev);
+  facts->inode = static_cast<uint64_t>(st.st_ino);
+  facts->size = facts->regular ? static_cast<uint64_t>(st.st_size) : 0;
+  facts->mode = static_cast<uint32_t>(st.st_mode & 07777);
+  // Resolving links costs a call per component: only confinement needs it.
+  if (!ConfinementRoots().empty()) {
+    facts->real = RealPath(facts->native);
+    facts->confined = IsConfined(facts->real);
+  }
+  return 0;
+}
+
+DWORD FreeBytes(const std::string& moduleDir, uint64_t* bytes) {
+  *bytes = 0;
+  std::string native;
+  DWORD error = 0;
+  if (!ToNativePath(moduleDir, &native, &error)) return error;
+  // A directory still to be created lands in the file system of its nearest existing ancestor.
+  struct statvfs fs;
+  for (;;) {
+    if (statvfs(native.c_str(), &fs) == 0) break;
+    const int err = errno;
+    const std::string parent = ParentDirectory(native);
+    if (err != ENOENT || parent == native) return MapErrno(err);
+    native = parent;
+  }
+  *bytes = static_cast<uint64_t>(fs.f_bavail) * static_cast<uint64_t>(fs.f_frsize);
+  return 0;
+}
+
+std::u32string CaseFoldKey(const std::string& moduleName) {
+  return FoldedName(AcpToUtf8(moduleName));
 }
 
 DWORD MapErrno(int err) {

@@ -3,7 +3,9 @@
 #ifndef NOM_PLATFORM_PATHS_H_
 #define NOM_PLATFORM_PATHS_H_
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
 #include "NOMSOITypes.h"
 
@@ -42,9 +44,45 @@ class ScopedPathMaps {
 // "X:\rest" and "X:rest" start at the drive's directory; "\\server\share\rest" at the share's;
 // "\rest" at "/"; anything else is relative to the working directory. Where a component does not
 // exist with the exact case, a unique case-insensitive match in its directory is used. Returns
-// false and sets *error to 3 (unmapped drive) or 53 (unmapped share) when the path cannot be
-// mapped.
+// false and sets *error to 3 (unmapped drive), 53 (unmapped share) or 123 (a name Windows
+// refuses: a ":" other than the drive's, one of <>"|?*, a control character, or a component
+// ending in "." or " " other than "." and "..") when the path cannot be mapped. Linear in the
+// path's length.
 NOM_API bool ToNativePath(const std::string& modulePath, std::string* nativePath, DWORD* error);
+
+// Confinement: when roots are set, a file is read (opened, copied from, listed as existing) only
+// when its real path, symbolic links resolved, lies inside one of them; any other read fails
+// with ERROR_ACCESS_DENIED (5). Roots are native directories, resolved to their real paths when
+// set; a root that does not exist is kept as written (it then contains nothing). No roots (the
+// default): no confinement. NOMZUB_CONFINE ("/a:/b", colon-separated) is read on first use.
+NOM_API void SetConfinementRoots(const std::vector<std::string>& nativeDirs);
+// The roots in force, as real paths; empty when there is no confinement.
+NOM_API std::vector<std::string> ConfinementRoots();
+// True when there is no confinement or the real path realNative (already resolved) lies inside
+// a root (the root itself included).
+NOM_API bool IsConfined(const std::string& realNative);
+
+// What the preflight needs to know of the file a module path names, without opening it.
+struct FileFacts {
+  bool exists = false;    // the path names something (links followed)
+  bool regular = false;   // ... and it is a regular file
+  uint64_t device = 0;    // identity of the file, for exists
+  uint64_t inode = 0;
+  uint64_t size = 0;      // bytes, for a regular file
+  uint32_t mode = 0;      // permission bits
+  std::string native;     // the native path ToNativePath gives
+  std::string real;       // the real path (links resolved), only under confinement; else ""
+  bool confined = true;   // IsConfined(real) for an existing file under confinement
+};
+// Fills *facts for modulePath (links followed). Returns 0, or the Windows error that keeps the
+// path from being mapped (3, 53, 123); a missing file is not an error (facts->exists false).
+NOM_API DWORD StatModulePath(const std::string& modulePath, FileFacts* facts);
+// Free bytes available to this process in the file system holding the module directory dir.
+// Returns 0 or a Windows error.
+NOM_API DWORD FreeBytes(const std::string& moduleDir, uint64_t* bytes);
+// A key equal for two file names (module paths' last components, in the process's code page)
+// that Windows takes as one name: compared without letter case.
+NOM_API std::u32string CaseFoldKey(const std::string& moduleName);
 
 // Keeps the case-insensitive look-up's directory listings current: the Env calls these after it
 // created or removed a native file or directory.

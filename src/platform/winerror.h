@@ -15,6 +15,7 @@ constexpr DWORD kErrorFileExists = 80;
 constexpr DWORD kErrorInvalidParameter = 87;
 constexpr DWORD kErrorDiskFull = 112;
 constexpr DWORD kErrorInsufficientBuffer = 122;
+constexpr DWORD kErrorInvalidName = 123;
 constexpr DWORD kErrorEnvVarNotFound = 203;
 constexpr DWORD kErrorFilenameTooLong = 206;
 constexpr DWORD kErrorInternal = 1359;

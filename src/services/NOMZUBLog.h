@@ -10,8 +10,8 @@ class NOM_API NOMZUBLog {
  public:
   // Appends one record: the message exactly as given and its level. Goes to the installed sink
   // (nomzub::SetLogSink) or, by default, to NOMZUB_LOG (a file; "-" or unset: standard error) in
-  // the NOMZUB_LOG_FORMAT format (text, raw or jsonl). Never throws; a record that cannot be
-  // written is dropped.
+  // the NOMZUB_LOG_FORMAT format (text, raw or jsonl; see FormatLogRecord), one write per record.
+  // Never throws; a record that cannot be written is dropped.
   static void WriteMsg(std::string message, int32_t level);
 };
 
@@ -39,8 +39,21 @@ NOM_API bool ConfigureLog(const std::string& target, LogFormat format);
 NOM_API void ResetLogConfiguration();
 // Parses "text", "raw" or "jsonl"; false for anything else.
 NOM_API bool ParseLogFormat(const std::string& name, LogFormat* format);
-// Formats one record as the format writes it, newline included.
+// Formats one record as the format writes it, newline included; always exactly one line. text:
+// timestamp, " L", level, a space, the message converted from the process's code page to UTF-8
+// (an invalid byte sequence becomes U+FFFD). raw: level, a tab, the message's bytes in the code
+// page. In both, a control character (0x00-0x1F, 0x7F) other than tab is written as "\n", "\r"
+// or "\xHH" (upper-case hex); tabs and backslashes stay as they are. jsonl: one JSON object
+// with time, level and the message in UTF-8, escaped as JSON. An empty message gives an empty
+// message field. Throws only when out of memory.
 NOM_API std::string FormatLogRecord(LogFormat format, const std::string& message, int32_t level);
+
+// Writes one record to the configured target (ConfigureLog or the environment), whatever sink is
+// installed: a sink that watches the records forwards them with it. Never throws.
+NOM_API void WriteToConfiguredLog(const std::string& message, int32_t level);
+// Appends text (UTF-8) to out as the inside of a JSON string: quotes, backslashes and control
+// characters escaped; an invalid UTF-8 byte becomes U+FFFD.
+NOM_API void AppendJsonString(const std::string& text, std::string* out);
 
 // The services' own diagnostics: level 2, "Info:\t " or "****** ERROR:\t " before the text.
 NOM_API void LogServiceInfo(const std::string& text);

@@ -65,6 +65,16 @@ NOM_API void RegisterPackage(const std::string& mainPath, const std::string& vie
 // Forgets the registered package: a fresh NOMZUBVGXGen then has no main document.
 NOM_API void ClearPackage();
 
+// Where the shared resource a document names with File="reference" lies: the reference when it
+// is absolute (drive, UNC or rooted), else the reference taken from the directory of
+// documentPath (the path the document was opened with; a bare name: the working directory).
+NOM_API std::string SharedResourceSource(const std::string& documentPath,
+                                         const std::string& reference);
+// Where the shared-resource manager copies that resource: soiDirectory, a backslash and the
+// reference's file name.
+NOM_API std::string SharedResourceTarget(const std::string& soiDirectory,
+                                         const std::string& reference);
+
 }  // namespace nomzub
 
 #endif  // NOM_SERVICES_NOMZUBVGXGEN_H_

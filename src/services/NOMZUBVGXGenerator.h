@@ -2,7 +2,9 @@
 #ifndef NOM_SERVICES_NOMZUBVGXGENERATOR_H_
 #define NOM_SERVICES_NOMZUBVGXGENERATOR_H_
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
 #include "NOMSOITypes.h"
 
@@ -26,6 +28,9 @@ class NOM_API NOMZUBVGXGenerator {
   //                                ("Z:\..." absolute); default relative,dot,climb,drive.
   //           sep=backslash|slash|mixed  the separator; mixed (default) switches to "/" on
   //                                every other round of forms.
+  // The objects of the package (every instance below the selected entries, the entries
+  // included) are counted before any is expanded; more than nomzub::MaxObjects() fails the
+  // generation, naming the limit and the product where it was passed.
   // A failed generation leaves no registered package and an empty identifier cache.
   // S_OK; E_FAIL with the cause at level 2.
   HRESULT GenerateVGXPackage(const std::string& input, const std::string& soiDirectory,
@@ -65,6 +70,24 @@ class NOM_API GeneratorBackend {
 
 // Installs backend (null: the real one) and returns the one it replaces.
 NOM_API GeneratorBackend* SetGeneratorBackend(GeneratorBackend* backend);
+
+// The most objects a generated package holds unless the host sets another limit.
+constexpr uint64_t kDefaultMaxObjects = 10000000;
+
+// Sets the most objects (instances, top-level entries included) a generated package may hold;
+// 0 restores kDefaultMaxObjects. Applies to the generations that follow, process-wide.
+NOM_API void SetMaxObjects(uint64_t n);
+// The limit in force: the last SetMaxObjects value, or kDefaultMaxObjects.
+NOM_API uint64_t MaxObjects();
+
+// The items a generator option may hold, one syntax text each ("refs=...", "sep=..."), in the
+// order the option's documentation gives them; never empty.
+NOM_API std::vector<std::string> KnownGeneratorOptions();
+// Whether the generator reads option (the text GenerateVGXPackage takes as its option) exactly
+// as given: true for "" and for ";"-separated known items with known values; false with the
+// generator's own message in *problem (when not null) otherwise, e.g. for an unknown item, an
+// unknown reference form or an empty item.
+NOM_API bool IsKnownGeneratorOption(const std::string& option, std::string* problem);
 
 }  // namespace nomzub
 

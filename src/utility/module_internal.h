@@ -39,6 +39,19 @@ inline std::string GeometryPathOf(const std::string& path) {
   return (path.size() < 6 ? std::string() : path.substr(0, path.size() - 6)) + "vgxGeom";
 }
 
+// Where a list child's geometry file lands: the normalised SOI directory followed by the
+// geometry path's part from its last backslash; the whole geometry path when it has none.
+inline std::string ListChildGeometryTarget(const std::string& normalisedSoi,
+                                           const std::string& geometry) {
+  return normalisedSoi + TailFrom(geometry, nomplat::MbsFindLast(geometry, '\\'));
+}
+
+// Where a nested reference's geometry file lands: the document's target with the geometry
+// extension rule applied to it.
+inline std::string NestedGeometryTarget(const std::string& documentTarget) {
+  return GeometryPathOf(documentTarget);
+}
+
 // The main document's list groups, in the order they are handled, with their progress lines.
 struct ListGroup {
   const char* ident;

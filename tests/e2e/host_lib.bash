@@ -147,7 +147,23 @@ ODT_MAIN_REFS='parts\Housing.vgxXml
 .\parts\Pump.vgxXml
 ..\library\Floor.vgxXml
 '
-# What the example ODT package puts into the output directory.
+# What the example ODT package puts into an output directory other than its own: the copies, and
+# the package's main document as the module saved it (the input is left untouched).
+ODT_OUT_TREE='Floor.vgxGeom
+Floor.vgxXml
+Housing.vgxGeom
+Housing.vgxXml
+Pump.vgxGeom
+Pump.vgxXml
+SOI.vgxXml
+Seal.vgxGeom
+Seal.vgxXml
+Shaft.vgxGeom
+Shaft.vgxXml
+Stand.vgxGeom
+Stand.vgxXml
+'
+# The copies alone.
 ODT_TREE='Floor.vgxGeom
 Floor.vgxXml
 Housing.vgxGeom
@@ -161,3 +177,46 @@ Shaft.vgxXml
 Stand.vgxGeom
 Stand.vgxXml
 '
+
+# Writes a product document FILE whose CLitAssyGroup elements refer to REFS, and its geometry
+# file: product FILE REFS...
+product() {
+  local file=$1
+  shift
+  mkdir -p "$(dirname "$file")"
+  {
+    echo '<?xml version="1.0" encoding="UTF-8"?>'
+    echo '<VgxDocument>'
+    local ref
+    for ref in "$@"; do echo "  <CLitAssyGroup IsInstanceOf=\"$ref\"/>"; done
+    [ $# -gt 0 ] || echo '  <CLitAssyGroup/>'
+    echo '</VgxDocument>'
+  } >"$file"
+  printf 'glb:%s' "$file" >"${file%vgxXml}vgxGeom"
+}
+
+# Writes a main document FILE whose product list refers to REFS: main_document FILE REFS...
+main_document() {
+  local file=$1
+  shift
+  mkdir -p "$(dirname "$file")"
+  {
+    echo '<?xml version="1.0" encoding="UTF-8"?>'
+    echo '<VgxDocument>'
+    echo '  <CLitAssyGroup Ident="ProductList">'
+    local ref
+    for ref in "$@"; do echo "    <CLitAssyGroup IsInstanceOf=\"$ref\"/>"; done
+    echo '  </CLitAssyGroup>'
+    echo '</VgxDocument>'
+  } >"$file"
+}
+
+# A listing of every file under a directory with its checksum, to tell that nothing changed.
+checksums() {
+  (cd "$1" && find . -type f -print0 | LC_ALL=C sort -z | xargs -0 -r sha256sum)
+}
+
+# expect_grep WHAT PATTERN FILE: FILE must hold the fixed text PATTERN.
+expect_grep() {
+  grep -qF -- "$2" "$3" || fail "$1: '$2' not in $3: $(cat "$3")"
+}

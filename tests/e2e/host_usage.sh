@@ -82,7 +82,7 @@ expect_status 0 "$status" "odt through mapped drive and share"
 } >"$WORK/expected.log"
 expect_module_log "odt log through maps" "$WORK/maps.log"
 tree_of "$WORK/share/out" >"$WORK/tree"
-expect_text "share directory" "$ODT_TREE" "$WORK/tree"
+expect_text "share directory" "$ODT_OUT_TREE" "$WORK/tree"
 
 # connect to a server that cannot be reached: the connection lines, then the disconnection's.
 server="sqlite:$WORK/nonexistent/x.db"

@@ -28,6 +28,7 @@ expect_text "output directory" "Floor.vgxGeom
 Floor.vgxXml
 Housing.vgxGeom
 Housing.vgxXml
+SOI.vgxXml
 Seal.vgxGeom
 Seal.vgxXml
 Shaft.vgxGeom

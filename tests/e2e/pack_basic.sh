@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # nomsoi pack over the example package: exit status, the module's log lines, the SOI directory,
-# the rewritten references, the in-place warning, and a pack into the package's own directory.
+# the packed main document and view file saved into it while the package is left untouched, and
+# a pack into the package's own directory.
 set -euo pipefail
 . "$(dirname "$0")/host_lib.bash"
 
@@ -13,9 +14,10 @@ view="$ex/package/SOI.vgxView"
 run_host "$WORK/log" pack --main "$main" --view "$view" --out "$out"
 expect_status 0 "$status" "pack"
 
-# The main document lies outside the SOI directory: one warning, and no progress line in a file.
+# The summary alone, and no progress line in a file.
+bytes=$(grep -o ' [0-9]* bytes copied' "$WORK/stderr" | tr -dc 0-9)
 expect_text "standard error" \
-  "nomsoi pack: warning: the main document '$main' does not lie in '$out'; it is rewritten in place (its references become bare file names)
+  "nomsoi pack: 9 documents, 9 geometry files, 1 resources, $bytes bytes copied; 0 missing, 0 failed; output $out; module result 0x00000000
 " "$WORK/stderr"
 
 {
@@ -49,11 +51,16 @@ Robot.vgxXml
 Wheel.vgxGeom
 Wheel.vgxXml
 "
-expect_text "SOI directory" "$gathered" "$WORK/tree"
+expect_text "SOI directory" "$(printf '%sSOI.vgxView\nSOI.vgxXml\n' "$gathered" | LC_ALL=C sort)
+" "$WORK/tree"
 cmp "$ex/library/drive/Gear.vgxGeom" "$out/GEAR.vgxGeom" || fail "GEAR.vgxGeom is not Gear.vgxGeom"
 cmp "$ex/library/thumbs/Line.png" "$out/Line.png" || fail "Line.png is not the thumbnail"
 
-# The main document and the view file now name bare files.
+# The main document and the view file lie outside the SOI directory: they are left as they were,
+# and the packed ones, naming bare files, are saved into it.
+diff -r "$NOMSOI_SOURCE_DIR/examples/package" "$ex/package" >&2 || fail "the package was changed"
+main="$out/SOI.vgxXml"
+view="$out/SOI.vgxView"
 attribute_values "$main" IsInstanceOf >"$WORK/refs"
 expect_text "main references" "Frame.vgxXml
 Drive.vgxXml
@@ -95,15 +102,15 @@ Bolt.vgxXml
 # The library itself is only read.
 diff -r "$NOMSOI_SOURCE_DIR/examples/library" "$ex/library" >&2 || fail "the library was changed"
 
-# Packing into the package's own directory, with relative paths as typed: no warning, and the
-# package directory becomes self-contained.
+# Packing into the package's own directory, with relative paths: the package directory becomes
+# self-contained.
 rm -rf "$ex"
 copy_examples
 status=0
 (cd "$ex" && "$NOMSOI" --log-format raw --log "$WORK/log2" pack --main ./package/SOI.vgxXml \
   --view ./package/SOI.vgxView --out ./package) 2>"$WORK/stderr" || status=$?
 expect_status 0 "$status" "pack into the package directory"
-expect_text "standard error" "" "$WORK/stderr"
+expect_grep "standard error" "0 missing, 0 failed; output $ex/package; module result 0x00000000" "$WORK/stderr"
 expect_module_log "module log" "$WORK/log2"
 tree_of "$ex/package" >"$WORK/tree"
 # Gathered into the package directory itself: beside what was already there.

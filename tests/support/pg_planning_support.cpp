@@ -1,9 +1,12 @@
 #include "support/pg_planning_support.h"
 
+#include <dlfcn.h>
 #include <glob.h>
 #include <netinet/in.h>
 #include <pwd.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -49,7 +52,82 @@ int FreePort() {
   return port != 0 ? port : 54329;
 }
 
+// The build tree this test program belongs to: NOMSOI_BINARY_DIR, else the parent of the
+// directory holding the program (tests/ of the build tree). "" when neither is known.
+std::string BuildTree() {
+  const char* named = std::getenv("NOMSOI_BINARY_DIR");
+  if (named != nullptr && *named != '\0') return named;
+  std::error_code ec;
+  fs::path program = fs::read_symlink("/proc/self/exe", ec);
+  return ec ? "" : program.parent_path().parent_path().string();
+}
+
+// The kept sample database for the planning library this process runs: its file's size and
+// modification time name it. "" when there is no place to keep it.
+std::string KeptSamplePath() {
+  const std::string tree = BuildTree();
+  Dl_info library{};
+  struct stat info {};
+  std::error_code ec;
+  if (tree.empty() || !fs::is_directory(tree + "/tests", ec) ||
+      dladdr(reinterpret_cast<void*>(&nomzub::LoadSamplePlanningData), &library) == 0 ||
+      library.dli_fname == nullptr || stat(library.dli_fname, &info) != 0) {
+    return "";
+  }
+  return tree + "/tests/planning-sample-" + std::to_string(info.st_size) + "-" +
+         std::to_string(info.st_mtim.tv_sec) + "." + std::to_string(info.st_mtim.tv_nsec) + ".db";
+}
+
 }  // namespace
+
+bool MakeSampleDatabase(const std::string& path) {
+  std::error_code ec;
+  const std::string kept = KeptSamplePath();
+  if (!kept.empty() && fs::exists(kept, ec)) {
+    return fs::copy_file(kept, path, fs::copy_options::overwrite_existing, ec) && !ec;
+  }
+  if (nomzub::LoadSamplePlanningData("sqlite:" + path) != S_OK) return false;
+  if (!kept.empty()) {
+    // Another test process may be keeping the same file: each writes a name of its own, and the
+    // rename that puts it in place replaces a whole file by an equal whole file.
+    const std::string part = kept + ".part" + std::to_string(getpid());
+    if (fs::copy_file(path, part, fs::copy_options::overwrite_existing, ec)) {
+      fs::rename(part, kept, ec);
+    }
+    fs::remove(part, ec);
+    // The copies kept for earlier builds of the library are of no further use.
+    const fs::path dir = fs::path(kept).parent_path();
+    for (fs::directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec)) {
+      const std::string name = it->path().filename().string();
+      if (name.rfind("planning-sample-", 0) == 0 && name.size() > 3 &&
+          name.compare(name.size() - 3, 3, ".db") == 0 && it->path() != fs::path(kept)) {
+        std::error_code ignored;
+        fs::remove(it->path(), ignored);
+      }
+    }
+  }
+  return true;
+}
+
+int RunNomsoi(const std::string& args, std::string* out, std::string* err) {
+  const std::string tree = BuildTree();
+  if (tree.empty()) {
+    *err = "the build tree is unknown (set NOMSOI_BINARY_DIR)";
+    return -1;
+  }
+  const std::string nomsoi = tree + "/tools/nomsoi/nomsoi";
+  if (access(nomsoi.c_str(), X_OK) != 0) {
+    *err = nomsoi + " is not built";
+    return -1;
+  }
+  TempDir capture;
+  int status = std::system(("'" + nomsoi + "' " + args + " >'" + capture.Sub("out") + "' 2>'" +
+                            capture.Sub("err") + "' </dev/null")
+                               .c_str());
+  *out = ReadFile(capture.Sub("out"));
+  *err = ReadFile(capture.Sub("err"));
+  return status != -1 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
 
 PgServer::~PgServer() {
   if (running_) {
@@ -144,6 +222,7 @@ void ResetPlanningServices() {
   nomzub::IdentCacheClear();
   nomzub::ClearObjects();
   nomzub::SetGeneratorBackend(nullptr);
+  nomzub::SetMaxObjects(0);
 }
 
 }  // namespace nomtest

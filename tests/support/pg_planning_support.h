@@ -49,8 +49,23 @@ HRESULT ConnectPlanning(const std::string& url, const std::string& login,
                         const std::string& password, const std::string& project,
                         const std::string& filters);
 
+// Makes the SQLite file at path (native) hold what nomzub::LoadSamplePlanningData stores: the
+// sample project and the account planner / planner. Hashing that account's password takes a
+// noticeable fraction of a second, so the first test process of a build tree loads the sample
+// once and keeps the file beside the test programs (<build tree>/tests, named after the planning
+// library's build so that a rebuild loads it afresh); every later call, in any test process,
+// copies it. Where no build tree is found the sample is loaded directly. False when it fails.
+bool MakeSampleDatabase(const std::string& path);
+
+// Runs the build tree's nomsoi (<build tree>/tools/nomsoi/nomsoi; the build tree is
+// NOMSOI_BINARY_DIR, else the parent of the test program's directory) with args (shell words,
+// quoted by the caller), its standard output and error in *out and *err. Returns its exit status;
+// -1 with *err saying why when it could not be run (no build tree found, nomsoi not built).
+int RunNomsoi(const std::string& args, std::string* out, std::string* err);
+
 // Leaves the data-server services as a fresh process has them: disconnected, no configured
-// server, no registered package, empty identifier cache, no objects, the real generator.
+// server, no registered package, empty identifier cache, no objects, the real generator with the
+// default object limit.
 void ResetPlanningServices();
 
 }  // namespace nomtest

@@ -4,6 +4,7 @@
 
 #include "NOMSOIUtility.h"
 #include "commands.h"
+#include "services/NOMZUBConnector.h"
 
 namespace nomsoi {
 namespace {
@@ -14,7 +15,7 @@ int RunConnect(const ConnectionOptions& options) {
   utility.DisconnectServer();
   if (!connected) return ReportNotConnected("connect", options);
   std::printf("connected to project '%s' on '%s' as '%s'\n", options.project.c_str(),
-              options.server.c_str(), options.login.c_str());
+              nomzub::RedactServerUrl(options.server).c_str(), options.login.c_str());
   return kExitOk;
 }
 

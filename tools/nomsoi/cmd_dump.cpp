@@ -5,9 +5,14 @@
 
 #include "NOMSOIUtility.h"
 #include "commands.h"
+#include "packing.h"
+#include "services/NOMZUBVGXGenerator.h"
 
 namespace nomsoi {
 namespace {
+
+// How deep the generated package's product documents may nest, for the module's stack.
+constexpr uint64_t kGeneratedDepth = 10000;
 
 struct DumpOptions {
   ConnectionOptions connection;
@@ -17,23 +22,47 @@ struct DumpOptions {
   std::string position;
   bool light = false;
   bool mapping = false;
+  uint64_t max_objects = 10000000;
+  SafetyOptions safety;
 };
 
-int RunDump(const DumpOptions& options) {
-  if (int status = PrepareOutputDirectory("dump", "--out", options.out)) return status;
-  NOMSOIUtility utility;
-  if (!ConnectToServer(utility, options.connection)) {
+// Refuses a generator option the generator does not know, with the ones it does.
+int CheckGeneratorOption(const std::string& option) {
+  std::string problem;
+  if (nomzub::IsKnownGeneratorOption(option, &problem)) return kExitOk;
+  std::string known;
+  for (const std::string& name : nomzub::KnownGeneratorOptions())
+    known += (known.empty() ? "" : ", ") + name;
+  return Refuse("dump", "--option: '" + option + "' " + problem + " (known: " + known + ")");
+}
+
+int RunDump(DumpOptions options) {
+  options.out = FullPath(options.out);
+  if (int status = CheckGeneratorOption(options.option)) return status;
+  if (int status = CheckOutputDirectory("dump", "--out", options.out)) return status;
+  nomzub::SetMaxObjects(options.max_objects);
+
+  ModuleRun run;
+  run.command = "dump";
+  run.preflight = false;
+  run.keep_input = false;
+  run.main_path = options.out + "\\SOI.vgxXml";
+  run.view_path = options.out + "\\SOI.vgxView";
+  run.out = options.out;
+  run.stack_depth = kGeneratedDepth;
+  run.call = [&options](HRESULT* result, bool* has_result) {
+    NOMSOIUtility utility;
+    if (!ConnectToServer(utility, options.connection)) {
+      utility.DisconnectServer();
+      return ReportNotConnected("dump", options.connection);
+    }
+    *result = utility.DumpVGXPackage(options.input, options.out, options.light, options.option,
+                                     options.position, options.mapping);
+    *has_result = true;
     utility.DisconnectServer();
-    return ReportNotConnected("dump", options.connection);
-  }
-  HRESULT result;
-  {
-    ProgressLine progress;
-    result = utility.DumpVGXPackage(options.input, options.out, options.light, options.option,
-                                    options.position, options.mapping);
-  }
-  utility.DisconnectServer();
-  return ExitForResult("dump", result);
+    return 0;
+  };
+  return RunModuleSafely(run, options.safety);
 }
 
 }  // namespace
@@ -51,7 +80,9 @@ Command SetupDumpCommand(CLI::App& app) {
       ->required();
   command->add_option("--input", options->input, "Input handed unchanged to the generator")
       ->type_name("TEXT");
-  command->add_option("--option", options->option, "Option handed unchanged to the generator")
+  command
+      ->add_option("--option", options->option,
+                   "Generator option (see docs/PLANNING_DATA.md); an unknown one is refused")
       ->type_name("TEXT");
   command
       ->add_option("--position", options->position,
@@ -63,6 +94,12 @@ Command SetupDumpCommand(CLI::App& app) {
                     "Pack & Go)");
   command->add_flag("--mapping", options->mapping,
                     "Write Mapping.xml (entities and views with their OIDs and ident paths)");
+  command
+      ->add_option("--max-objects", options->max_objects,
+                   "Refuse to generate more than N product instances")
+      ->type_name("N")
+      ->capture_default_str();
+  AddSafetyOptions(*command, options->safety, false);
   return {command, [options] { return RunDump(*options); }};
 }
 

@@ -5,6 +5,7 @@
 
 #include "NOMSOIUtility.h"
 #include "commands.h"
+#include "packing.h"
 
 namespace nomsoi {
 namespace {
@@ -14,31 +15,48 @@ struct OdtOptions {
   std::string in;
   bool light = false;
   bool mapping = false;
+  SafetyOptions safety;
   CLI::Option* in_option = nullptr;
 };
 
-// The module reads the package from $ADL_ODT_IN\NOMZUBVGXExtractTest\SOI.vgxXml; refuses to start
-// when that document is missing or not XML.
+// The main document the module opens: $ADL_ODT_IN\NOMZUBVGXExtractTest\SOI.vgxXml.
+std::string OdtPackagePath() {
+  const char* value = std::getenv("ADL_ODT_IN");
+  return std::string(value ? value : "") + "\\NOMZUBVGXExtractTest\\SOI.vgxXml";
+}
+
+// Refuses to start when the package's main document is missing or not XML.
 int CheckOdtPackage() {
   const char* value = std::getenv("ADL_ODT_IN");
-  const std::string input = value ? value : "";
-  const std::string package = input + "\\NOMZUBVGXExtractTest\\SOI.vgxXml";
+  const std::string package = OdtPackagePath();
   const std::string problem = XmlDocumentProblem(package);
   if (problem.empty()) return kExitOk;
-  const std::string holds =
-      value ? "ADL_ODT_IN holds '" + input + "'" : std::string("ADL_ODT_IN is not set");
+  const std::string holds = value ? "ADL_ODT_IN holds '" + std::string(value) + "'"
+                                  : std::string("ADL_ODT_IN is not set");
   return Refuse("odt", "the package '" + package + "' " + problem + "; " + holds +
                            " (set --in DIR to the directory that holds NOMZUBVGXExtractTest)");
 }
 
-int RunOdt(const OdtOptions& options) {
-  if (options.in_option->count() > 0) setenv("ADL_ODT_IN", options.in.c_str(), 1);
-  if (int status = CheckOdtPackage()) return status;
-  if (int status = PrepareOutputDirectory("odt", "--out", options.out)) return status;
-  NOMSOIUtility utility;
-  ProgressLine progress;
-  utility.DumpVGXPackage_ODT("", options.out, options.light, "", "", options.mapping);
-  return kExitOk;
+int RunOdt(OdtOptions options) {
+  options.out = FullPath(options.out);
+  if (options.in_option->count() > 0) setenv("ADL_ODT_IN", FullPath(options.in).c_str(), 1);
+  if (!options.light) {
+    if (int status = CheckOdtPackage()) return status;
+  }
+  if (int status = CheckOutputDirectory("odt", "--out", options.out)) return status;
+
+  ModuleRun run;
+  run.command = "odt";
+  run.walk = PackWalk::kOdt;
+  run.preflight = !options.light;
+  run.main_path = OdtPackagePath();
+  run.out = options.out;
+  run.call = [&options](HRESULT*, bool*) {
+    NOMSOIUtility utility;
+    utility.DumpVGXPackage_ODT("", options.out, options.light, "", "", options.mapping);
+    return 0;
+  };
+  return RunModuleSafely(run, options.safety);
 }
 
 }  // namespace
@@ -50,7 +68,7 @@ Command SetupOdtCommand(CLI::App& app) {
       "ODT mode, no server: copy the product documents and geometry that the package "
       "$ADL_ODT_IN/NOMZUBVGXExtractTest/SOI.vgxXml references into DIR, rewrite the references "
       "inside the copies, and optionally write DIR/Mapping.xml. The package's main document is "
-      "saved in place.");
+      "saved in place when it lies in DIR, else into DIR.");
   command->add_option("--out", options->out, "Output directory (created)")
       ->type_name("DIR")
       ->required();
@@ -62,6 +80,7 @@ Command SetupOdtCommand(CLI::App& app) {
   command->add_flag("--light", options->light,
                     "Light mode: do not open the package nor copy its documents");
   command->add_flag("--mapping", options->mapping, "Write Mapping.xml");
+  AddSafetyOptions(*command, options->safety, true);
   return {command, [options] { return RunOdt(*options); }};
 }
 

@@ -1,10 +1,10 @@
 // nomsoi pack: Pack & Go of a package that lies on disk.
-#include <cstdio>
 #include <memory>
 #include <string>
 
 #include "NOMSOIUtility.h"
 #include "commands.h"
+#include "packing.h"
 #include "services/NOMZUBVGXGen.h"
 
 namespace nomsoi {
@@ -14,34 +14,33 @@ struct PackOptions {
   std::string main;
   std::string view;
   std::string out;
+  SafetyOptions safety;
 };
 
-// Refuses a main document or view file that is not XML, and an output directory that cannot be
-// made, before anything is written.
-int CheckInputs(const PackOptions& options) {
+int RunPack(PackOptions options) {
+  options.main = FullPath(options.main);
+  options.view = FullPath(options.view);
+  options.out = FullPath(options.out);
   if (int status = CheckXmlDocument("pack", "--main", options.main)) return status;
   if (!options.view.empty()) {
     if (int status = CheckXmlDocument("pack", "--view", options.view)) return status;
   }
-  return PrepareOutputDirectory("pack", "--out", options.out);
-}
+  if (int status = CheckOutputDirectory("pack", "--out", options.out)) return status;
 
-int RunPack(const PackOptions& options) {
-  if (int status = CheckInputs(options)) return status;
-  if (!LiesDirectlyIn(options.main, options.out)) {
-    std::fprintf(stderr,
-                 "nomsoi pack: warning: the main document '%s' does not lie in '%s'; it is "
-                 "rewritten in place (its references become bare file names)\n",
-                 options.main.c_str(), options.out.c_str());
-  }
-  nomzub::RegisterPackage(options.main, options.view);
-  NOMSOIUtility utility;
-  HRESULT result;
-  {
-    ProgressLine progress;
-    result = utility.PackNGo(options.out);
-  }
-  return ExitForResult("pack", result);
+  ModuleRun run;
+  run.command = "pack";
+  run.walk = PackWalk::kPackNGo;
+  run.main_path = options.main;
+  run.view_path = options.view;
+  run.out = options.out;
+  run.call = [&options](HRESULT* result, bool* has_result) {
+    nomzub::RegisterPackage(options.main, options.view);
+    NOMSOIUtility utility;
+    *result = utility.PackNGo(options.out);
+    *has_result = true;
+    return 0;
+  };
+  return RunModuleSafely(run, options.safety);
 }
 
 }  // namespace
@@ -52,7 +51,9 @@ Command SetupPackCommand(CLI::App& app) {
       "pack",
       "Pack & Go of a package on disk: copy every product document and geometry file that the "
       "main document references, however deep, into DIR, rewrite the references to bare file "
-      "names, copy the shared resources, and save the main document and view file in place.");
+      "names and copy the shared resources. The main document and view file are rewritten in "
+      "place when they lie in DIR; otherwise they stay untouched and the packed ones are saved "
+      "into DIR.");
   command->add_option("--main", options->main, "Main document of the package (SOI.vgxXml)")
       ->type_name("FILE")
       ->required();
@@ -61,6 +62,7 @@ Command SetupPackCommand(CLI::App& app) {
   command->add_option("--out", options->out, "SOI directory that receives the copies (created)")
       ->type_name("DIR")
       ->required();
+  AddSafetyOptions(*command, options->safety, true);
   return {command, [options] { return RunPack(*options); }};
 }
 

@@ -3,9 +3,14 @@
 #ifndef NOM_TOOLS_NOMSOI_COMMANDS_H_
 #define NOM_TOOLS_NOMSOI_COMMANDS_H_
 
+#include "connection.h"
 #include "host.h"
 
 namespace nomsoi {
+
+// Parses the command line (argv[0] is the program's name), applies the global options and runs
+// the command. Returns the exit status.
+int RunCommandLine(int argc, const char* const* argv);
 
 // dump: connect, generate a package from the planning data, Pack & Go, mapping, disconnect.
 Command SetupDumpCommand(CLI::App& app);

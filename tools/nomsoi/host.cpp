@@ -17,7 +17,6 @@
 #include "platform/codepage.h"
 #include "platform/env.h"
 #include "platform/paths.h"
-#include "services/NOMZUBConnector.h"
 #include "services/NOMZUBDOMWrapper.h"
 #include "services/NOMZUBLog.h"
 
@@ -40,6 +39,19 @@ LogDestination& CurrentLogDestination() {
 
 std::string Quoted(const std::string& text) { return "'" + text + "'"; }
 
+// The working directory as the shell shows it: $PWD when it names the working directory (a path
+// through a symbolic link stays as the user typed it), else the physical one.
+std::string WorkingDirectory() {
+  const char* pwd = std::getenv("PWD");
+  struct stat named, actual;
+  if (pwd != nullptr && pwd[0] == '/' && stat(pwd, &named) == 0 && stat(".", &actual) == 0 &&
+      named.st_dev == actual.st_dev && named.st_ino == actual.st_ino)
+    return pwd;
+  std::error_code ec;
+  const fs::path current = fs::current_path(ec);
+  return ec ? std::string("/") : current.string();
+}
+
 // A short text for a Windows error number as the platform layer reports it.
 std::string WindowsErrorText(DWORD error) {
   switch (error) {
@@ -55,6 +67,8 @@ std::string WindowsErrorText(DWORD error) {
       return "network share not mapped (see --share)";
     case 112:
       return "disk full";
+    case 123:
+      return "a name Windows refuses";
     case 206:
       return "path too long";
     default:
@@ -188,42 +202,6 @@ int ApplyGlobalOptions(const GlobalOptions& options) {
   return ApplyLogOptions(options);
 }
 
-void AddConnectionOptions(CLI::App& command, ConnectionOptions& options) {
-  command
-      .add_option("--server", options.server,
-                  "Planning data server: sqlite:PATH or postgresql://... (default: NOMZUB_SERVER)")
-      ->type_name("URL")
-      ->envname("NOMZUB_SERVER")
-      ->required();
-  command.add_option("--login", options.login, "Account name on the server")
-      ->type_name("L")
-      ->required();
-  command.add_option("--password", options.password, "Password of the account")
-      ->type_name("P")
-      ->required();
-  command.add_option("--project", options.project, "Name of the planning project")
-      ->type_name("NAME")
-      ->required();
-  command
-      .add_option("--filters", options.filters,
-                  "Filter expression restricting the objects loaded (default: everything)")
-      ->type_name("EXPR");
-}
-
-BOOL ConnectToServer(NOMSOIUtility& utility, const ConnectionOptions& options) {
-  nomzub::SetConfiguredServer(options.server);
-  return utility.ConnectServer(options.login, options.password, options.project, options.filters);
-}
-
-int ReportNotConnected(const std::string& command, const ConnectionOptions& options) {
-  std::fprintf(stderr,
-               "nomsoi %s: not connected to %s (login %s, project %s); the log says which step "
-               "failed and why\n",
-               command.c_str(), Quoted(options.server).c_str(), Quoted(options.login).c_str(),
-               Quoted(options.project).c_str());
-  return kExitFailed;
-}
-
 int ExitForResult(const std::string& command, HRESULT hr) {
   if (hr >= 0) return kExitOk;
   std::fprintf(stderr, "nomsoi %s: failed with result 0x%08X\n", command.c_str(),
@@ -264,8 +242,8 @@ int CheckXmlDocument(const std::string& command, const std::string& option,
   return Refuse(command, option + ": " + Quoted(path) + " " + problem);
 }
 
-int PrepareOutputDirectory(const std::string& command, const std::string& option,
-                           const std::string& dir) {
+int CheckOutputDirectory(const std::string& command, const std::string& option,
+                         const std::string& dir) {
   if (dir.empty()) return Refuse(command, option + ": expected a directory, got an empty path");
   std::string native;
   std::string problem;
@@ -274,6 +252,12 @@ int PrepareOutputDirectory(const std::string& command, const std::string& option
   std::error_code ec;
   if (fs::exists(native, ec) && !fs::is_directory(native, ec))
     return Refuse(command, option + ": " + Quoted(dir) + " exists and is not a directory");
+  return kExitOk;
+}
+
+int PrepareOutputDirectory(const std::string& command, const std::string& option,
+                           const std::string& dir) {
+  if (int status = CheckOutputDirectory(command, option, dir)) return status;
   const DWORD error = nomplat::CurrentEnv()->CreateDirectories(dir);
   if (error != 0)
     return Refuse(command, option + ": directory " + Quoted(dir) +
@@ -295,91 +279,32 @@ bool LiesDirectlyIn(const std::string& file, const std::string& dir) {
   return !ec && parent == directory;
 }
 
-// Counts the copies of the platform layer and draws the progress line; takes over the log while
-// the log goes to standard error, so that a record never lands in the middle of the line.
-class ProgressLine::Display : public nomplat::EnvWrapper, public nomzub::LogSink {
- public:
-  explicit Display(const LogDestination& log)
-      : EnvWrapper(nomplat::CurrentEnv()), format_(log.format), takes_log_(log.on_stderr) {
-    previous_env_ = nomplat::SetCurrentEnv(this);
-    if (takes_log_) previous_sink_ = nomzub::SetLogSink(this);
-  }
+bool LogGoesToStderr() { return CurrentLogDestination().on_stderr; }
 
-  ~Display() override {
-    Erase();
-    if (takes_log_) nomzub::SetLogSink(previous_sink_);
-    nomplat::SetCurrentEnv(previous_env_);
-  }
-
-  DWORD CopyFile(const std::string& src, const std::string& dst, bool failIfExists) override {
-    const DWORD error = EnvWrapper::CopyFile(src, dst, failIfExists);
-    if (error == 0) {
-      ++files_;
-      bytes_ += SizeOf(dst);
-      DrawIfDue();
+std::string FullPath(const std::string& path) {
+  if (path.empty() || path[0] == '/' || path[0] == '\\') return path;
+  if (path.size() >= 2 && std::isalpha(static_cast<unsigned char>(path[0])) && path[1] == ':')
+    return path;
+  std::vector<std::string> names;
+  const auto add = [&names](const std::string& text) {
+    size_t start = 0;
+    while (start <= text.size()) {
+      size_t end = text.find_first_of("/\\", start);
+      if (end == std::string::npos) end = text.size();
+      const std::string name = text.substr(start, end - start);
+      if (name == "..") {
+        if (!names.empty()) names.pop_back();
+      } else if (!name.empty() && name != ".") {
+        names.push_back(name);
+      }
+      start = end + 1;
     }
-    return error;
-  }
-
-  void Write(const std::string& message, int32_t level) override {
-    Erase();
-    if (previous_sink_ != nullptr) {
-      previous_sink_->Write(message, level);
-    } else {
-      WriteToStderr(nomzub::FormatLogRecord(format_, message, level));
-    }
-  }
-
- private:
-  static uint64_t SizeOf(const std::string& module_path) {
-    std::string native;
-    DWORD error = 0;
-    struct stat info;
-    if (!nomplat::ToNativePath(module_path, &native, &error) || stat(native.c_str(), &info) != 0)
-      return 0;
-    return static_cast<uint64_t>(info.st_size);
-  }
-
-  static void WriteToStderr(const std::string& text) {
-    std::string::size_type done = 0;
-    while (done < text.size()) {
-      const ssize_t n = write(STDERR_FILENO, text.data() + done, text.size() - done);
-      if (n <= 0) return;
-      done += static_cast<std::string::size_type>(n);
-    }
-  }
-
-  void DrawIfDue() {
-    const auto now = std::chrono::steady_clock::now();
-    if (drawn_ && now - last_draw_ < std::chrono::milliseconds(100)) return;
-    last_draw_ = now;
-    char line[96];
-    std::snprintf(line, sizeof line, "\rcopied %" PRIu64 " documents, %" PRIu64 " bytes\033[K",
-                  files_, bytes_);
-    WriteToStderr(line);
-    drawn_ = true;
-  }
-
-  void Erase() {
-    if (!drawn_) return;
-    WriteToStderr("\r\033[K");
-    drawn_ = false;
-  }
-
-  nomzub::LogFormat format_;
-  bool takes_log_;
-  nomplat::Env* previous_env_ = nullptr;
-  nomzub::LogSink* previous_sink_ = nullptr;
-  uint64_t files_ = 0;
-  uint64_t bytes_ = 0;
-  bool drawn_ = false;
-  std::chrono::steady_clock::time_point last_draw_;
-};
-
-ProgressLine::ProgressLine() {
-  if (isatty(STDERR_FILENO)) display_ = std::make_unique<Display>(CurrentLogDestination());
+  };
+  add(nomplat::Utf8ToAcp(WorkingDirectory()));
+  add(path);
+  std::string full;
+  for (const std::string& name : names) full += "/" + name;
+  return full.empty() ? "/" : full;
 }
-
-ProgressLine::~ProgressLine() = default;
 
 }  // namespace nomsoi

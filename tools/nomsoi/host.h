@@ -5,7 +5,6 @@
 
 #include <CLI/CLI.hpp>
 #include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -15,8 +14,9 @@ class NOMSOIUtility;
 
 namespace nomsoi {
 
-// Exit status of the host: the module's result was not negative; it was negative or the server
-// refused the connection; the command line or an input was refused before the module was called.
+// Exit status of the host: every referenced file is in the output; a copy or save failed, the
+// module failed for another cause or the server refused the connection; the command line or an
+// input was refused before the module ran. (3, references missing, is in outcome.h.)
 constexpr int kExitOk = 0;
 constexpr int kExitFailed = 1;
 constexpr int kExitUsage = 2;
@@ -48,22 +48,6 @@ void AddGlobalOptions(CLI::App& app, GlobalOptions& options);
 // Returns kExitOk, or kExitUsage after a message naming the option when one cannot be applied.
 int ApplyGlobalOptions(const GlobalOptions& options);
 
-// The server and the credentials of connect and dump.
-struct ConnectionOptions {
-  std::string server;
-  std::string login;
-  std::string password;
-  std::string project;
-  std::string filters;
-};
-
-// Declares --server (or NOMZUB_SERVER), --login, --password, --project and --filters on command.
-void AddConnectionOptions(CLI::App& command, ConnectionOptions& options);
-// Points the connector at the server and calls ConnectServer; returns its result (1: connected).
-BOOL ConnectToServer(NOMSOIUtility& utility, const ConnectionOptions& options);
-// Says on standard error that the connection failed and returns kExitFailed.
-int ReportNotConnected(const std::string& command, const ConnectionOptions& options);
-
 // Exit status for a result of the module: kExitOk when hr is not negative, else kExitFailed after
 // printing the code as 0x%08X on standard error.
 int ExitForResult(const std::string& command, HRESULT hr);
@@ -77,6 +61,10 @@ std::string XmlDocumentProblem(const std::string& path);
 // "nomsoi <command>: <option>: '<path>' <problem>" and returns kExitUsage; kExitOk otherwise.
 int CheckXmlDocument(const std::string& command, const std::string& option,
                      const std::string& path);
+// Refuses an output directory (a module path) that cannot be mapped or is not a directory;
+// kExitOk when it is one or does not exist yet. Creates nothing.
+int CheckOutputDirectory(const std::string& command, const std::string& option,
+                         const std::string& dir);
 // Creates the output directory (a module path) and its parents when missing. kExitOk when it
 // exists afterwards; kExitUsage after a message naming the option and the path otherwise.
 int PrepareOutputDirectory(const std::string& command, const std::string& option,
@@ -84,22 +72,14 @@ int PrepareOutputDirectory(const std::string& command, const std::string& option
 // True when the file lies directly in the directory (both module paths that exist).
 bool LiesDirectlyIn(const std::string& file, const std::string& dir);
 
-// While it lives, and only when standard error is a terminal, shows "copied N documents, M bytes"
-// on one line of standard error, counting every file copy made through the platform layer; the
-// line is erased when the object is destroyed. Log records written to standard error meanwhile
-// erase the line first. Does nothing in a pipe or a file.
-class ProgressLine {
- public:
-  ProgressLine();
-  ~ProgressLine();
-  ProgressLine(const ProgressLine&) = delete;
-  ProgressLine& operator=(const ProgressLine&) = delete;
+// True when the log goes to standard error (after ApplyGlobalOptions).
+bool LogGoesToStderr();
 
-  class Display;
-
- private:
-  std::unique_ptr<Display> display_;
-};
+// The full path of a path given on the command line: a relative one is taken from the working
+// directory (as the shell shows it), with "." and ".." steps resolved by their text, so that it
+// names the same file as the full path a user would type (without a trailing separator); a full
+// path (rooted, drive or network) is returned as it is.
+std::string FullPath(const std::string& path);
 
 }  // namespace nomsoi
 

@@ -1,0 +1,404 @@
+// The walk a host makes before Pack & Go: the module's own resolution of every reference, in the
+// module's order, on an explicit stack instead of recursion.
+#include "packngo/Preflight.h"
+
+#include <limits>
+#include <map>
+#include <set>
+#include <unordered_map>
+#include <utility>
+
+#include "NOMSOIUtility.h"
+#include "platform/paths.h"
+#include "platform/win32.h"
+#include "services/NOMZUBDOMWrapper.h"
+#include "services/NOMZUBLog.h"
+#include "services/NOMZUBVGXGen.h"
+#include "utility/module_internal.h"
+
+namespace {
+
+using nomsoi::ItemKind;
+using nomsoi::PlannedItem;
+using nomsoi::PreflightOptions;
+using nomsoi::PreflightResult;
+using nomsoi::Refusal;
+
+uint64_t SaturatingAdd(uint64_t a, uint64_t b) {
+  return a > std::numeric_limits<uint64_t>::max() - b ? std::numeric_limits<uint64_t>::max()
+                                                      : a + b;
+}
+
+std::string Quoted(const std::string& text) { return "'" + text + "'"; }
+
+// Holds back every log record while it lives: the resolution logs the references it cannot
+// open, and the preflight reports those itself.
+class MutedLog : public nomzub::LogSink {
+ public:
+  MutedLog() : previous_(nomzub::SetLogSink(this)) {}
+  ~MutedLog() override { nomzub::SetLogSink(previous_); }
+  MutedLog(const MutedLog&) = delete;
+  MutedLog& operator=(const MutedLog&) = delete;
+  void Write(const std::string&, int32_t) override {}
+
+ private:
+  nomzub::LogSink* previous_;
+};
+
+// A file's identity on disk; equal for two paths that name one file.
+struct Identity {
+  uint64_t device = 0;
+  uint64_t inode = 0;
+  bool operator<(const Identity& other) const {
+    return device != other.device ? device < other.device : inode < other.inode;
+  }
+  bool operator==(const Identity& other) const {
+    return device == other.device && inode == other.inode;
+  }
+};
+
+// The references of one product document (or, for the main document, of its list children),
+// followed one at a time as the module does.
+struct Frame {
+  std::string path;                 // the document as the walk reached it
+  Identity identity;                // its file
+  std::vector<std::string> values;  // its non-empty IsInstanceOf values, in document order
+  size_t next = 0;                  // the value to follow next
+  uint64_t visits = 0;              // references followed below this document so far
+  uint64_t height = 1;              // 1 + the deepest nesting below it so far
+  std::string child;                // the document being walked below, when one is
+};
+
+}  // namespace
+
+// Friend of NOMSOIUtility: resolves with the module's private operations.
+class NOMSOIPreflight {
+ public:
+  explicit NOMSOIPreflight(const PreflightOptions& options) : options_(options) {}
+
+  PreflightResult Run() {
+    MutedLog muted;
+    main_path_ = options_.main_path;
+    utility_.FormatFilePath(main_path_);
+    normalised_soi_ = options_.soi_directory;
+    utility_.FormatFilePath(normalised_soi_);
+
+    ClaimOwnName(main_path_, options_.main_saved_as);
+    CheckConfined(ItemKind::kDocument, main_path_, "");
+    if (!options_.view_path.empty()) {
+      ClaimOwnName(options_.view_path, options_.view_saved_as);
+      CheckConfined(ItemKind::kDocument, options_.view_path, "");
+    }
+    if (options_.walk == nomsoi::PackWalk::kPackNGo) {
+      PlanResources(main_path_);
+      if (!options_.view_path.empty()) PlanResources(options_.view_path);
+    }
+    if (!result_.Refused()) Walk();
+    if (!result_.Refused()) CountBytes();
+    if (!result_.Refused() && options_.check_space) CheckSpace();
+    return std::move(result_);
+  }
+
+ private:
+  // The walk: the main document's list children, then depth first below each, as the module
+  // follows them; a document reached again by the same path is not read again.
+  void Walk() {
+    std::vector<Frame> stack;
+    stack.push_back(Frame());
+    stack.back().path = main_path_;
+    stack.back().values = ListChildValues();
+    std::map<Identity, size_t> on_stack;
+    while (!stack.empty()) {
+      Frame& frame = stack.back();
+      if (frame.next == frame.values.size()) {
+        Frame done = std::move(stack.back());
+        stack.pop_back();
+        if (stack.empty()) {
+          result_.visits = done.visits;
+          result_.depth = done.height - 1;
+          return;
+        }
+        on_stack.erase(done.identity);
+        walked_[done.path] = {done.visits, done.height};
+        Absorb(stack.back(), done.visits, done.height);
+        continue;
+      }
+      const bool top = stack.size() == 1;
+      std::string source = frame.values[frame.next++];
+      Identity identity;
+      if (!Follow(top, frame.path, &source, &identity)) continue;
+      followed_ = SaturatingAdd(followed_, 1);
+      const auto walked = walked_.find(source);
+      if (walked != walked_.end()) {
+        followed_ = SaturatingAdd(followed_, walked->second.first);
+        Absorb(frame, walked->second.first, walked->second.second);
+      } else if (on_stack.count(identity) > 0) {
+        ReportCycle(stack, on_stack[identity], source);
+        return;
+      } else if (stack.size() > options_.max_depth) {
+        Refuse(Refusal::kTooDeep, "product documents nest deeper than --max-depth " +
+                                      std::to_string(options_.max_depth) + " below " +
+                                      Quoted(main_path_) + " (at " + Quoted(source) + ")");
+        return;
+      } else {
+        Frame child;
+        child.path = source;
+        child.identity = identity;
+        child.values = NestedValues(source);
+        on_stack[identity] = stack.size();
+        stack.push_back(std::move(child));
+      }
+      if (TooManyVisits()) return;
+    }
+  }
+
+  // A reference followed from frame: one visit, plus the visits and nesting below it.
+  static void Absorb(Frame& frame, uint64_t visits, uint64_t height) {
+    frame.visits = SaturatingAdd(frame.visits, SaturatingAdd(1, visits));
+    if (height + 1 > frame.height) frame.height = height + 1;
+  }
+
+  // The references followed so far, each shared document counted with everything below it,
+  // only grow towards the total: past the limit, the walk stops.
+  bool TooManyVisits() {
+    if (followed_ <= options_.max_visits) return false;
+    Refuse(Refusal::kTooManyVisits,
+           "the package's references would be followed more than --max-visits " +
+               std::to_string(options_.max_visits) + " times (shared documents are copied once " +
+               "per path to them) below " + Quoted(main_path_));
+    return true;
+  }
+
+  void ReportCycle(const std::vector<Frame>& stack, size_t from, const std::string& closing) {
+    std::string chain;
+    for (size_t i = from; i < stack.size(); ++i) chain += Quoted(stack[i].path) + " -> ";
+    chain += Quoted(closing);
+    Refuse(Refusal::kCycle, "reference cycle: " + chain);
+  }
+
+  // Resolves one reference of the document at from, plans its copies, and tells whether the
+  // walk goes below it (*source: the resolved document, *identity: its file).
+  bool Follow(bool top, const std::string& from, std::string* source, Identity* identity) {
+    std::string target = top ? normalised_soi_ : options_.soi_directory;
+    utility_.FormatFilePath(*source);
+    const bool present = utility_.GetActualPath(from, *source, target) != 1;
+    nomplat::FileFacts facts;
+    Plan(ItemKind::kDocument, *source, target, from, present, &facts);
+    if (!present) return false;
+
+    const std::string geometry = nomsoi::GeometryPathOf(*source);
+    const std::string geometry_target =
+        top ? nomsoi::ListChildGeometryTarget(normalised_soi_, geometry)
+            : nomsoi::NestedGeometryTarget(target);
+    nomplat::FileFacts geometry_facts;
+    Plan(ItemKind::kGeometry, geometry, geometry_target, *source,
+         nomplat::CanOpenForReading(geometry), &geometry_facts);
+    *identity = {facts.device, facts.inode};
+    return facts.exists;
+  }
+
+  // Records a planned copy (once per source and target) and checks it.
+  void Plan(ItemKind kind, const std::string& source, const std::string& target,
+            const std::string& referrer, bool present, nomplat::FileFacts* facts) {
+    if (nomplat::StatModulePath(source, facts) != 0) *facts = nomplat::FileFacts();
+    if (!seen_.insert(source + '\n' + target).second) return;
+    PlannedItem item;
+    item.kind = kind;
+    item.source = source;
+    item.target = target;
+    item.referrer = referrer;
+    item.present = present;
+    item.size = present ? facts->size : 0;
+    result_.items.push_back(item);
+    if (facts->exists && !facts->confined) ReportOutside(kind, source, referrer, *facts);
+    if (present) Claim(target, source, {facts->device, facts->inode});
+  }
+
+  void CheckConfined(ItemKind kind, const std::string& path, const std::string& referrer) {
+    nomplat::FileFacts facts;
+    if (nomplat::StatModulePath(path, &facts) == 0 && facts.exists && !facts.confined)
+      ReportOutside(kind, path, referrer, facts);
+  }
+
+  void ReportOutside(ItemKind kind, const std::string& source, const std::string& referrer,
+                     const nomplat::FileFacts& facts) {
+    std::string message = std::string(nomsoi::ItemKindName(kind)) + " " + Quoted(source);
+    if (!referrer.empty()) message += " (named by " + Quoted(referrer) + ")";
+    message += " lies outside the confinement roots (its real path is " + Quoted(facts.real) + ")";
+    Refuse(Refusal::kOutsideConfinement, message);
+  }
+
+  // The main document or view file keeps its name where it is saved: a copy landing on that name
+  // would replace it.
+  void ClaimOwnName(const std::string& path, const std::string& saved_as) {
+    nomplat::FileFacts facts;
+    if (nomplat::StatModulePath(path, &facts) != 0 || !facts.exists) return;
+    Claim(saved_as.empty() ? path : saved_as, path, {facts.device, facts.inode});
+  }
+
+  // Notes that target receives the file source; two different files on one name (compared
+  // without letter case) are refused unless allowed.
+  void Claim(const std::string& target, const std::string& source, const Identity& identity) {
+    const std::u32string key = nomplat::CaseFoldKey(target);
+    const auto found = claims_.find(key);
+    if (found == claims_.end()) {
+      claims_.emplace(key, Claimant{source, identity});
+      return;
+    }
+    if (found->second.identity == identity || options_.allow_collisions) return;
+    if (!collided_.insert(key).second) return;
+    Refuse(Refusal::kCollision, "two different files would land on " + Quoted(target) + ": " +
+                                    Quoted(found->second.source) + " and " + Quoted(source) +
+                                    " (use --force to let the later copy win)");
+  }
+
+  // The non-empty IsInstanceOf values of the main document's list children, list by list.
+  std::vector<std::string> ListChildValues() {
+    std::vector<std::string> values;
+    NOMZUBDOMWrapper doc;
+    if (doc.OpenDocument(main_path_) < 0) return values;
+    for (const nomsoi::ListGroup& group : nomsoi::kListGroups) {
+      IXMLDOMNode* list = nullptr;
+      doc.GetNode("CLitAssyGroup", &list, "Ident", group.ident);
+      if (list == nullptr) continue;
+      IXMLDOMNodeList* children = nullptr;
+      doc.GetChildNodes(list, &children, "CLitAssyGroup");
+      if (children != nullptr) {
+        AppendValues(doc, children, &values);
+        children->Release();
+      }
+      list->Release();
+    }
+    return values;
+  }
+
+  // The non-empty IsInstanceOf values of a product document's CLitAssyGroup elements.
+  static std::vector<std::string> NestedValues(const std::string& path) {
+    std::vector<std::string> values;
+    NOMZUBDOMWrapper doc;
+    if (doc.OpenDocument(path) < 0) return values;
+    IXMLDOMNodeList* nodes = nullptr;
+    doc.GetNodes("CLitAssyGroup", &nodes);
+    if (nodes == nullptr) return values;
+    AppendValues(doc, nodes, &values);
+    nodes->Release();
+    return values;
+  }
+
+  static void AppendValues(NOMZUBDOMWrapper& doc, IXMLDOMNodeList* nodes,
+                           std::vector<std::string>* values) {
+    long count = 0;
+    if (nodes->get_length(&count) < 0) return;
+    for (long i = 0; i < count; ++i) {
+      IXMLDOMNode* node = nullptr;
+      nodes->get_item(i, &node);
+      if (node == nullptr) continue;
+      std::string value;
+      doc.GetAttribute(node, "IsInstanceOf", value);
+      if (!value.empty()) values->push_back(std::move(value));
+      node->Release();
+    }
+  }
+
+  // The files a main document or view file names in Resource elements.
+  void PlanResources(const std::string& document_path) {
+    NOMZUBDOMWrapper doc;
+    if (doc.OpenDocument(document_path) < 0) return;
+    IXMLDOMNodeList* nodes = nullptr;
+    doc.GetNodes("Resource", &nodes);
+    if (nodes == nullptr) return;
+    long count = 0;
+    nodes->get_length(&count);
+    for (long i = 0; i < count; ++i) {
+      IXMLDOMNode* node = nullptr;
+      nodes->get_item(i, &node);
+      if (node == nullptr) continue;
+      std::string reference;
+      doc.GetAttribute(node, "File", reference);
+      node->Release();
+      if (reference.empty()) continue;
+      const std::string source = nomzub::SharedResourceSource(doc.DocumentPath(), reference);
+      nomplat::FileFacts facts;
+      Plan(ItemKind::kResource, source,
+           nomzub::SharedResourceTarget(options_.soi_directory, reference), document_path,
+           nomplat::CanOpenForReading(source), &facts);
+    }
+    nodes->Release();
+  }
+
+  // Bytes to write: the last file planned for each target, unless it is already that target.
+  void CountBytes() {
+    std::map<std::u32string, const PlannedItem*> last;
+    for (const PlannedItem& item : result_.items) {
+      if (item.present) last[nomplat::CaseFoldKey(item.target)] = &item;
+    }
+    for (const auto& entry : last) {
+      const PlannedItem& item = *entry.second;
+      nomplat::FileFacts source, target;
+      if (nomplat::StatModulePath(item.source, &source) == 0 &&
+          nomplat::StatModulePath(item.target, &target) == 0 && target.exists &&
+          source.device == target.device && source.inode == target.inode)
+        continue;
+      result_.bytes = SaturatingAdd(result_.bytes, item.size);
+    }
+  }
+
+  // The SOI directory's file system, or that of its nearest existing parent when it is to be
+  // created, must hold the bytes to copy.
+  void CheckSpace() {
+    if (result_.bytes == 0) return;
+    std::string dir = normalised_soi_;
+    uint64_t free = 0;
+    while (nomplat::FreeBytes(dir, &free) != 0) {
+      const std::string parent = nomsoi::DirectoryOf(dir);
+      if (parent.empty() || parent == dir) return;  // nothing to measure: let the copies tell
+      dir = parent;
+    }
+    if (result_.bytes <= free) return;
+    Refuse(Refusal::kNoSpace, "the copies need " + std::to_string(result_.bytes) +
+                                  " bytes but the file system of " +
+                                  Quoted(options_.soi_directory) + " has " +
+                                  std::to_string(free) + " bytes free");
+  }
+
+  void Refuse(Refusal kind, std::string message) {
+    result_.problems.push_back({kind, std::move(message)});
+  }
+
+  struct Claimant {
+    std::string source;
+    Identity identity;
+  };
+
+  const PreflightOptions& options_;
+  NOMSOIUtility utility_;
+  PreflightResult result_;
+  std::string main_path_;
+  std::string normalised_soi_;
+  uint64_t followed_ = 0;
+  std::set<std::string> seen_;
+  std::map<std::u32string, Claimant> claims_;
+  std::set<std::u32string> collided_;
+  // Documents walked to the end, by the path the walk reached them with: their visits and height.
+  std::unordered_map<std::string, std::pair<uint64_t, uint64_t>> walked_;
+};
+
+namespace nomsoi {
+
+PreflightResult RunPreflight(const PreflightOptions& options) {
+  return NOMSOIPreflight(options).Run();
+}
+
+const char* ItemKindName(ItemKind kind) {
+  switch (kind) {
+    case ItemKind::kDocument:
+      return "document";
+    case ItemKind::kGeometry:
+      return "geometry";
+    case ItemKind::kResource:
+      return "resource";
+  }
+  return "file";
+}
+
+}  // namespace nomsoi
