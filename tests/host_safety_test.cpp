@@ -92,9 +92,9 @@ TEST_F(HostSafety, PackCompleteExitsZeroWhateverTheModuleResult) {
   EXPECT_NE(stderr_.find("nomsoi pack: 3 documents, 3 geometry files, 0 resources, "),
             std::string::npos)
       << stderr_;
-  EXPECT_NE(stderr_.find("0 missing, 0 failed; output " + dir_.Sub("pkg") +
-                         "; module result 0x80004005"),
-            std::string::npos)
+  EXPECT_NE(
+      stderr_.find("0 missing, 0 failed; output " + dir_.Sub("pkg") + "; module result 0x80004005"),
+      std::string::npos)
       << stderr_;
   EXPECT_EQ(nomtest::ListReferences(dir_.Sub("pkg/SOI.vgxXml"), "ProductList"),
             (std::vector<std::string>{"A.vgxXml", "C.vgxXml"}));
@@ -146,8 +146,8 @@ TEST_F(HostSafety, OutputElsewhereLeavesTheInputUntouched) {
   EXPECT_EQ(nomtest::ElementAttribute(dir_.Sub("out/SOI.vgxView"), "VgxView", "Document"),
             "SOI.vgxXml");
   EXPECT_EQ(nomtest::ListDir(dir_.Sub("out")),
-            (std::vector<std::string>{"A.vgxGeom", "A.vgxXml", "B.vgxGeom", "B.vgxXml",
-                                      "C.vgxGeom", "C.vgxXml", "SOI.vgxView", "SOI.vgxXml"}));
+            (std::vector<std::string>{"A.vgxGeom", "A.vgxXml", "B.vgxGeom", "B.vgxXml", "C.vgxGeom",
+                                      "C.vgxXml", "SOI.vgxView", "SOI.vgxXml"}));
 }
 
 TEST_F(HostSafety, InterruptedRunIsPutBackByTheNextRun) {
@@ -168,8 +168,7 @@ TEST_F(HostSafety, InterruptedRunIsPutBackByTheNextRun) {
 TEST_F(HostSafety, RefusedRunWritesNothing) {
   WriteFile(dir_.Sub("lib/B.vgxXml"), AssemblyDocument({"A.vgxXml"}));
   EXPECT_EQ(Pack("out"), 2) << stderr_;
-  EXPECT_NE(stderr_.find("nomsoi pack: refused: reference cycle: '"), std::string::npos)
-      << stderr_;
+  EXPECT_NE(stderr_.find("nomsoi pack: refused: reference cycle: '"), std::string::npos) << stderr_;
   EXPECT_FALSE(nomtest::FileExists(dir_.Sub("out")));
   ExpectPackageAsBefore();
 }

@@ -2,14 +2,15 @@
 // and log nothing, and refuse cycles, collisions, files outside the confinement roots, too many
 // visits and too deep nesting before anything is written.
 
-#include "packngo/Preflight.h"
-
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <string>
 #include <vector>
 
 #include "NOMSOIUtility.h"
+#include "packngo/Preflight.h"
+#include "platform/env.h"
 #include "platform/paths.h"
 #include "services/NOMZUBVGXGen.h"
 #include "support/packngo_support.h"
@@ -244,9 +245,9 @@ TEST_F(Preflight, NestingDeeperThanTheLimitIsRefused) {
 
 TEST_F(Preflight, ResourcesOfTheMainDocumentAreConfinedToo) {
   nomtest::WriteFile(dir_.Sub("outside/secret.png"), "secret");
-  nomtest::WriteFile(dir_.Sub("pkg/SOI.vgxXml"),
-                     "<VgxDocument><Resource File=\"" + M("outside/secret.png") +
-                         "\"/></VgxDocument>");
+  nomtest::WriteFile(
+      dir_.Sub("pkg/SOI.vgxXml"),
+      "<VgxDocument><Resource File=\"" + M("outside/secret.png") + "\"/></VgxDocument>");
   nomtest::WriteFile(dir_.Sub("pkg/SOI.vgxView"), pk::ViewDocument());
   nomplat::SetConfinementRoots({dir_.Sub("pkg")});
   const PreflightResult plan = Check();
@@ -278,6 +279,55 @@ TEST_F(Preflight, BytesCountEachFileToCopyOnce) {
   const PreflightResult plan = nomsoi::RunPreflight(options);
   ASSERT_FALSE(plan.Refused());
   EXPECT_EQ(plan.bytes, nomtest::ReadFile(dir_.Sub("lib/A.vgxXml")).size() + 4096u);
+}
+
+// Answers every free-space question with a fixed number of bytes.
+class FixedFreeSpace : public nomplat::EnvWrapper {
+ public:
+  explicit FixedFreeSpace(uint64_t bytes)
+      : EnvWrapper(nomplat::CurrentEnv()), bytes_(bytes), scoped_(this) {}
+  DWORD FreeBytes(const std::string&, uint64_t* bytes) override {
+    *bytes = bytes_;
+    return 0;
+  }
+
+ private:
+  uint64_t bytes_;
+  nomplat::ScopedEnv scoped_;
+};
+
+TEST_F(Preflight, NotEnoughFreeSpaceIsRefused) {
+  Product("lib/A.vgxXml", AssemblyDocument({kAbsent}));
+  Package({{"ProductList", {"..\\lib\\A.vgxXml"}}});
+  PreflightOptions options = Options();
+  options.check_space = true;
+  const uint64_t needed = nomsoi::RunPreflight(options).bytes;
+  {
+    FixedFreeSpace room(needed);
+    EXPECT_FALSE(nomsoi::RunPreflight(options).Refused());
+  }
+  FixedFreeSpace too_little(needed - 1);
+  const PreflightResult plan = nomsoi::RunPreflight(options);
+  ASSERT_TRUE(RefusedFor(plan, Refusal::kNoSpace));
+  EXPECT_EQ(plan.problems[0].message, "the copies need " + std::to_string(needed) +
+                                          " bytes but the file system of '" + soi_ + "' has " +
+                                          std::to_string(needed - 1) + " bytes free");
+}
+
+// Without the preflight (a program calling the library directly), the platform still refuses to
+// read outside the roots, and the module reports the reference with its own line.
+TEST_F(Preflight, ModuleLogsItsOwnLineForAFileOutsideTheRoots) {
+  Product("outside/A.vgxXml", AssemblyDocument({kAbsent}));
+  Package({{"ProductList", {"..\\outside\\A.vgxXml"}}});
+  nomplat::SetConfinementRoots({dir_.Sub("pkg")});
+  nomzub::RegisterPackage(M("pkg/SOI.vgxXml"), M("pkg/SOI.vgxView"));
+  utility_.PackNGo(soi_);
+  nomplat::SetConfinementRoots({});
+  EXPECT_EQ(nomtest::ModuleLines(log_),
+            (std::vector<nomtest::LogLine>{
+                pk::Start("Product"), pk::Count(1), pk::UnableToOpen(M("outside/A.vgxXml")),
+                pk::Done("Product"), pk::UpdatingLine(), pk::UpdatedLine()}));
+  EXPECT_FALSE(nomtest::FileExists(dir_.Sub("pkg/A.vgxXml")));
 }
 
 }  // namespace

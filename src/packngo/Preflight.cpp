@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "NOMSOIUtility.h"
+#include "platform/env.h"
 #include "platform/paths.h"
 #include "platform/win32.h"
 #include "services/NOMZUBDOMWrapper.h"
@@ -347,18 +348,13 @@ class NOMSOIPreflight {
   // created, must hold the bytes to copy.
   void CheckSpace() {
     if (result_.bytes == 0) return;
-    std::string dir = normalised_soi_;
     uint64_t free = 0;
-    while (nomplat::FreeBytes(dir, &free) != 0) {
-      const std::string parent = nomsoi::DirectoryOf(dir);
-      if (parent.empty() || parent == dir) return;  // nothing to measure: let the copies tell
-      dir = parent;
-    }
+    // A file system that cannot be measured is left to the copies to tell.
+    if (nomplat::CurrentEnv()->FreeBytes(options_.soi_directory, &free) != 0) return;
     if (result_.bytes <= free) return;
-    Refuse(Refusal::kNoSpace, "the copies need " + std::to_string(result_.bytes) +
-                                  " bytes but the file system of " +
-                                  Quoted(options_.soi_directory) + " has " +
-                                  std::to_string(free) + " bytes free");
+    Refuse(Refusal::kNoSpace,
+           "the copies need " + std::to_string(result_.bytes) + " bytes but the file system of " +
+               Quoted(options_.soi_directory) + " has " + std::to_string(free) + " bytes free");
   }
 
   void Refuse(Refusal kind, std::string message) {

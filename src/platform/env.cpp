@@ -357,6 +357,10 @@ DWORD Env::WriteFileAtomicFrom(const std::string& path, ContentSource& source) {
   return error != 0 ? error : WriteFileAtomic(path, contents);
 }
 
+DWORD Env::FreeBytes(const std::string& dir, uint64_t* bytes) {
+  return nomplat::FreeBytes(dir, bytes);
+}
+
 Env* Env::Default() {
   static PosixEnv env;
   return &env;
@@ -391,6 +395,9 @@ DWORD EnvWrapper::WriteFileAtomicFrom(const std::string& path, ContentSource& so
 }
 DWORD EnvWrapper::CreateDirectories(const std::string& path) {
   return target_->CreateDirectories(path);
+}
+DWORD EnvWrapper::FreeBytes(const std::string& dir, uint64_t* bytes) {
+  return target_->FreeBytes(dir, bytes);
 }
 bool EnvWrapper::GetEnvironmentVariable(const std::string& name, std::string* value) {
   return target_->GetEnvironmentVariable(name, value);

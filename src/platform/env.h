@@ -60,6 +60,11 @@ class NOM_API Env {
   // Creates the directory and its missing parents. Returns 0 (also when it exists) or an error.
   virtual DWORD CreateDirectories(const std::string& path) = 0;
 
+  // Stores in *bytes the free bytes this process may use in the file system holding directory
+  // dir (one still to be created: that of its nearest existing parent). Returns 0 or a Windows
+  // error (*bytes 0). This default asks the file system (FreeBytes in paths.h).
+  virtual DWORD FreeBytes(const std::string& dir, uint64_t* bytes);
+
   // Stores the variable's value in *value and returns true when it is set; false (value cleared)
   // when unset.
   virtual bool GetEnvironmentVariable(const std::string& name, std::string* value) = 0;
@@ -86,6 +91,7 @@ class NOM_API EnvWrapper : public Env {
   DWORD WriteFileAtomic(const std::string& path, const std::string& contents) override;
   DWORD WriteFileAtomicFrom(const std::string& path, ContentSource& source) override;
   DWORD CreateDirectories(const std::string& path) override;
+  DWORD FreeBytes(const std::string& dir, uint64_t* bytes) override;
   bool GetEnvironmentVariable(const std::string& name, std::string* value) override;
 
  private:

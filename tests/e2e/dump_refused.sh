@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # nomsoi dump against databases it must refuse: a wrong password, a database of a newer schema
 # version, a corrupt file, a filter with a syntax error. Each exits 1 with its level-2 cause in the
-# log, leaves the database as it was and generates no package.
+# log, leaves the database as it was and generates no package. A generator option it does not
+# know is refused before anything runs (exit 2, with the options it knows).
 set -euo pipefail
 . "$(dirname "$0")/host_lib.bash"
 
@@ -40,4 +41,14 @@ dump_refused newer "$WORK/newer.db" planner "" \
 head -c 8192 /dev/urandom >"$WORK/corrupt.db"
 dump_refused corrupt "$WORK/corrupt.db" planner "" \
   "planning database sqlite:$WORK/corrupt.db cannot be used: file is not a database"
+status=0
+"$NOMSOI" --log-format raw --log "$WORK/option.log" dump --server "sqlite:$db" --login planner \
+  --password planner --project AssemblyLine --out "$WORK/option" --option bogus \
+  2>"$WORK/option.err" || status=$?
+expect_status 2 "$status" "unknown --option"
+expect_grep "unknown --option" "nomsoi dump: --option: 'bogus' " "$WORK/option.err"
+expect_grep "unknown --option" "(known: refs=relative|dot|climb|drive[,...], sep=backslash|slash|mixed)" \
+  "$WORK/option.err"
+[ ! -e "$WORK/option" ] || fail "unknown --option: the output directory was created"
+[ -z "$(module_lines "$WORK/option.log")" ] || fail "unknown --option: the module ran"
 echo "dump_refused: ok"

@@ -186,8 +186,7 @@ void RunMonitor::NoteCopied(const std::string& src, const std::string& dst) {
 void RunMonitor::NoteMissing(const std::string& path, const std::string& target) {
   if (!missing_sources_.insert(path).second) return;
   const auto found = by_source_.find(path);
-  OutcomeItem item{KindOf(path, target.empty() ? path : target), path, target, ReferrerOf(path),
-                   0};
+  OutcomeItem item{KindOf(path, target.empty() ? path : target), path, target, ReferrerOf(path), 0};
   if (found != by_source_.end() && item.target.empty()) item.target = found->second->target;
   outcome_.missing.push_back(std::move(item));
 }
@@ -284,9 +283,11 @@ void PrintSummary(const std::string& command, const Outcome& outcome, const std:
 std::string WriteReport(const std::string& path, const std::string& command, int status,
                         const Outcome& outcome, const std::string& output,
                         const HRESULT* module_result) {
-  std::string json = "{\n  \"command\":" + Json(command) + ",\n  \"status\":" +
-                     std::to_string(status) + ",\n  \"output\":" + Json(output);
-  if (module_result != nullptr) json += ",\n  \"module_result\":" + Json(ModuleResultText(*module_result));
+  std::string json = "{\n  \"command\":" + Json(command) +
+                     ",\n  \"status\":" + std::to_string(status) +
+                     ",\n  \"output\":" + Json(output);
+  if (module_result != nullptr)
+    json += ",\n  \"module_result\":" + Json(ModuleResultText(*module_result));
   json += ",\n  \"documents\":" + std::to_string(outcome.documents) +
           ",\n  \"geometry\":" + std::to_string(outcome.geometry) +
           ",\n  \"resources\":" + std::to_string(outcome.resources) +

@@ -32,7 +32,7 @@ struct Outcome {
   std::vector<OutcomeItem> copied;   // each target once, in the order first written
   std::vector<OutcomeItem> missing;  // each source once
   std::vector<OutcomeItem> failed;   // each kind, source and target once
-  uint64_t documents = 0;  // distinct targets copied, by kind
+  uint64_t documents = 0;            // distinct targets copied, by kind
   uint64_t geometry = 0;
   uint64_t resources = 0;
   uint64_t bytes = 0;

@@ -35,8 +35,8 @@ void PrintPlan(const PreflightResult& plan) {
       std::printf("copy %s '%s' -> '%s'\n", ItemKindName(item.kind), item.source.c_str(),
                   item.target.c_str());
     } else {
-      std::printf("missing %s '%s' (named by '%s')\n", ItemKindName(item.kind),
-                  item.source.c_str(), item.referrer.c_str());
+      std::printf("missing %s '%s' (named by '%s')\n", ItemKindName(item.kind), item.source.c_str(),
+                  item.referrer.c_str());
     }
   }
 }
@@ -53,15 +53,15 @@ int FinishDryRun(const ModuleRun& run, const PreflightResult& plan) {
       ++counts[static_cast<int>(item.kind)];
     }
   }
-  std::fprintf(stderr,
-               "nomsoi %s: dry run: %llu documents, %llu geometry files, %llu resources, %llu "
-               "bytes to copy; %llu missing; %llu references followed; output %s; nothing "
-               "written\n",
-               run.command.c_str(), static_cast<unsigned long long>(counts[0]),
-               static_cast<unsigned long long>(counts[1]),
-               static_cast<unsigned long long>(counts[2]),
-               static_cast<unsigned long long>(plan.bytes), static_cast<unsigned long long>(missing),
-               static_cast<unsigned long long>(plan.visits), run.out.c_str());
+  std::fprintf(
+      stderr,
+      "nomsoi %s: dry run: %llu documents, %llu geometry files, %llu resources, %llu "
+      "bytes to copy; %llu missing; %llu references followed; output %s; nothing "
+      "written\n",
+      run.command.c_str(), static_cast<unsigned long long>(counts[0]),
+      static_cast<unsigned long long>(counts[1]), static_cast<unsigned long long>(counts[2]),
+      static_cast<unsigned long long>(plan.bytes), static_cast<unsigned long long>(missing),
+      static_cast<unsigned long long>(plan.visits), run.out.c_str());
   return missing > 0 ? kExitMissing : kExitOk;
 }
 

@@ -30,17 +30,17 @@ void AddSafetyOptions(CLI::App& command, SafetyOptions& options, bool preflight)
 
 // One run of the module over a package, as the host makes it.
 struct ModuleRun {
-  std::string command;      // "pack", "odt" or "dump", for messages
+  std::string command;  // "pack", "odt" or "dump", for messages
   PackWalk walk = PackWalk::kPackNGo;
-  bool preflight = true;    // walk the package first (pack, and odt unless light)
-  std::string main_path;    // module paths, full
-  std::string view_path;    // "" for none
+  bool preflight = true;  // walk the package first (pack, and odt unless light)
+  std::string main_path;  // module paths, full
+  std::string view_path;  // "" for none
   std::string out;
   // The files the module rewrites in place when the input is not to be kept untouched; dump
   // names the package it generates. Empty: main_path and view_path.
   std::vector<std::string> rewritten;
-  bool keep_input = true;   // saves of a main document or view file outside out land in out
-  uint64_t stack_depth = 0; // nesting to make room for when there is no preflight
+  bool keep_input = true;    // saves of a main document or view file outside out land in out
+  uint64_t stack_depth = 0;  // nesting to make room for when there is no preflight
   // Calls the module, on the module's thread: stores its result in *result when the call has
   // one (and sets *has_result). Returns 0, or an exit status that ends the command at once
   // without a summary (the call has said why), the package put back as it was.
