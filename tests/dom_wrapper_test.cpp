@@ -76,7 +76,7 @@ class DomWrapperTest : public ::testing::Test {
   LogCapture log_;
 };
 
-TEST_F(DomWrapperTest, Dom_OpenDocument_ExistingFile_HoldsDocumentAndPath) {
+TEST_F(DomWrapperTest, OpenDocument_ExistingFile_HoldsDocumentAndPath) {
   NOMZUBDOMWrapper doc;
   EXPECT_FALSE(doc.HasDocument());
   EXPECT_EQ(doc.DocumentPath(), "");
@@ -86,7 +86,7 @@ TEST_F(DomWrapperTest, Dom_OpenDocument_ExistingFile_HoldsDocumentAndPath) {
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
-TEST_F(DomWrapperTest, Dom_OpenDocument_MissingFile_FailsWithFileNotFound) {
+TEST_F(DomWrapperTest, OpenDocument_MissingFile_FailsWithFileNotFound) {
   NOMZUBDOMWrapper doc;
   const std::string path = ZPath(dir_.Sub("missing.xml"));
   EXPECT_EQ(doc.OpenDocument(path), HRESULT_FROM_WIN32(2));
@@ -97,7 +97,7 @@ TEST_F(DomWrapperTest, Dom_OpenDocument_MissingFile_FailsWithFileNotFound) {
                                          ": Windows error 2 (file not found)"}));
 }
 
-TEST_F(DomWrapperTest, Dom_OpenDocument_MalformedXml_FailsAndLogsParserCause) {
+TEST_F(DomWrapperTest, OpenDocument_MalformedXml_FailsAndLogsParserCause) {
   NOMZUBDOMWrapper doc;
   const std::string path = Write("bad.xml", "<a><b></a>");
   EXPECT_EQ(doc.OpenDocument(path), E_FAIL);
@@ -107,7 +107,7 @@ TEST_F(DomWrapperTest, Dom_OpenDocument_MalformedXml_FailsAndLogsParserCause) {
                                          ": Start-end tags mismatch at offset 8"}));
 }
 
-TEST_F(DomWrapperTest, Dom_OpenDocument_EmptyFile_FailsWithoutDocumentElement) {
+TEST_F(DomWrapperTest, OpenDocument_EmptyFile_FailsWithoutDocumentElement) {
   NOMZUBDOMWrapper doc;
   const std::string path = Write("empty.xml", "");
   EXPECT_EQ(doc.OpenDocument(path), E_FAIL);
@@ -132,35 +132,35 @@ class DomWrapperWellFormedTest : public DomWrapperTest {
   }
 };
 
-TEST_F(DomWrapperWellFormedTest, Dom_OpenDocument_BareAmpersand_Refused) {
+TEST_F(DomWrapperWellFormedTest, OpenDocument_BareAmpersand_Refused) {
   EXPECT_EQ(Refusal("<a Name=\"R&D\"/>"), "'&' starts no reference at offset 10");
 }
 
-TEST_F(DomWrapperWellFormedTest, Dom_OpenDocument_UndefinedEntityInText_Refused) {
+TEST_F(DomWrapperWellFormedTest, OpenDocument_UndefinedEntityInText_Refused) {
   EXPECT_EQ(Refusal("<a>&nbsp;</a>"), "'&' starts no reference at offset 3");
 }
 
-TEST_F(DomWrapperWellFormedTest, Dom_OpenDocument_LessThanInAttributeValue_Refused) {
+TEST_F(DomWrapperWellFormedTest, OpenDocument_LessThanInAttributeValue_Refused) {
   EXPECT_EQ(Refusal("<a b='x<y'/>"), "'<' in an attribute value at offset 7");
 }
 
-TEST_F(DomWrapperWellFormedTest, Dom_OpenDocument_CdataEndInText_Refused) {
+TEST_F(DomWrapperWellFormedTest, OpenDocument_CdataEndInText_Refused) {
   EXPECT_EQ(Refusal("<a>x]]>y</a>"), "']]>' in text at offset 4");
 }
 
-TEST_F(DomWrapperWellFormedTest, Dom_OpenDocument_TwoDocumentElements_Refused) {
+TEST_F(DomWrapperWellFormedTest, OpenDocument_TwoDocumentElements_Refused) {
   EXPECT_EQ(Refusal("<a/><b/>"), "more than one document element");
 }
 
-TEST_F(DomWrapperWellFormedTest, Dom_OpenDocument_TextAfterDocumentElement_Refused) {
+TEST_F(DomWrapperWellFormedTest, OpenDocument_TextAfterDocumentElement_Refused) {
   EXPECT_EQ(Refusal("<a/>\ntrailing\n"), "text outside the document element at offset 5");
 }
 
-TEST_F(DomWrapperWellFormedTest, Dom_OpenDocument_DuplicateAttribute_Refused) {
+TEST_F(DomWrapperWellFormedTest, OpenDocument_DuplicateAttribute_Refused) {
   EXPECT_EQ(Refusal("<a><b x='1' x='2'/></a>"), "attribute 'x' twice on element 'b'");
 }
 
-TEST_F(DomWrapperWellFormedTest, Dom_OpenDocument_ReferencesCommentsAndCdata_Accepted) {
+TEST_F(DomWrapperWellFormedTest, OpenDocument_ReferencesCommentsAndCdata_Accepted) {
   NOMZUBDOMWrapper doc;
   const std::string text =
       "<?xml version=\"1.0\"?>\n<!-- R&D < x -->\n<a n=\"&amp;&lt;&#65;&#x42;&quot;&apos;&gt;\">"
@@ -174,14 +174,14 @@ TEST_F(DomWrapperWellFormedTest, Dom_OpenDocument_ReferencesCommentsAndCdata_Acc
   EXPECT_TRUE(log_.messages(2).empty());
 }
 
-TEST_F(DomWrapperWellFormedTest, Dom_OpenDocument_InternalSubsetEntity_Accepted) {
+TEST_F(DomWrapperWellFormedTest, OpenDocument_InternalSubsetEntity_Accepted) {
   NOMZUBDOMWrapper doc;
   const std::string path =
       Write("dtd.xml", "<!DOCTYPE a [<!ENTITY co \"R&amp;D\">]>\n<a>&co;</a>\n");
   EXPECT_EQ(doc.OpenDocument(path), S_OK);
 }
 
-TEST_F(DomWrapperTest, Dom_OpenDocument_FailureDropsEarlierDocument) {
+TEST_F(DomWrapperTest, OpenDocument_FailureDropsEarlierDocument) {
   NOMZUBDOMWrapper doc;
   Open(doc, "<a/>");
   EXPECT_LT(doc.OpenDocument(ZPath(dir_.Sub("missing.xml"))), 0);
@@ -191,7 +191,7 @@ TEST_F(DomWrapperTest, Dom_OpenDocument_FailureDropsEarlierDocument) {
   EXPECT_EQ(list.get(), nullptr);
 }
 
-TEST_F(DomWrapperTest, Dom_SaveDoc_AfterFailedOpen_FailsAndLeavesFileUntouched) {
+TEST_F(DomWrapperTest, SaveDoc_AfterFailedOpen_FailsAndLeavesFileUntouched) {
   NOMZUBDOMWrapper doc;
   const std::string path = Write("bad.xml", "<a><b></a>");
   EXPECT_EQ(doc.OpenDocument(path), E_FAIL);
@@ -202,13 +202,13 @@ TEST_F(DomWrapperTest, Dom_SaveDoc_AfterFailedOpen_FailsAndLeavesFileUntouched) 
                                                        path + ": no document is open"}));
 }
 
-TEST_F(DomWrapperTest, Dom_SaveDoc_FreshWrapper_WritesNothing) {
+TEST_F(DomWrapperTest, SaveDoc_FreshWrapper_WritesNothing) {
   NOMZUBDOMWrapper doc;
   EXPECT_EQ(doc.SaveDoc(ZPath(dir_.Sub("out.xml"))), E_FAIL);
   EXPECT_FALSE(nomtest::FileExists(dir_.Sub("out.xml")));
 }
 
-TEST_F(DomWrapperTest, Dom_CreateDocument_BuiltTreeIsSavedIndented) {
+TEST_F(DomWrapperTest, CreateDocument_BuiltTreeIsSavedIndented) {
   NOMZUBDOMWrapper doc;
   ASSERT_EQ(doc.CreateDocument(), S_OK);
   Held<IXMLDOMNode> root, entity, name, oid;
@@ -231,7 +231,7 @@ TEST_F(DomWrapperTest, Dom_CreateDocument_BuiltTreeIsSavedIndented) {
                             "</Root>\n");
 }
 
-TEST_F(DomWrapperTest, Dom_CreateDocument_ReplacesOpenedDocument) {
+TEST_F(DomWrapperTest, CreateDocument_ReplacesOpenedDocument) {
   NOMZUBDOMWrapper doc;
   Open(doc, "<a><b/></a>");
   ASSERT_EQ(doc.CreateDocument(), S_OK);
@@ -242,14 +242,14 @@ TEST_F(DomWrapperTest, Dom_CreateDocument_ReplacesOpenedDocument) {
   EXPECT_EQ(length, 0);
 }
 
-TEST_F(DomWrapperTest, Dom_CreateRootNode_WithoutDocument_FailsWithNullNode) {
+TEST_F(DomWrapperTest, CreateRootNode_WithoutDocument_FailsWithNullNode) {
   NOMZUBDOMWrapper doc;
   Held<IXMLDOMNode> root;
   EXPECT_EQ(doc.CreateRootNode("Root", root.out()), E_FAIL);
   EXPECT_EQ(root.get(), nullptr);
 }
 
-TEST_F(DomWrapperTest, Dom_CreateRootNode_SecondRoot_FailsWithNullNode) {
+TEST_F(DomWrapperTest, CreateRootNode_SecondRoot_FailsWithNullNode) {
   NOMZUBDOMWrapper doc;
   doc.CreateDocument();
   Held<IXMLDOMNode> first, second;
@@ -258,7 +258,7 @@ TEST_F(DomWrapperTest, Dom_CreateRootNode_SecondRoot_FailsWithNullNode) {
   EXPECT_EQ(second.get(), nullptr);
 }
 
-TEST_F(DomWrapperTest, Dom_CreateChildNode_AppendsAfterExistingChildren) {
+TEST_F(DomWrapperTest, CreateChildNode_AppendsAfterExistingChildren) {
   NOMZUBDOMWrapper doc;
   Open(doc, "<L><C n=\"1\"/><C n=\"2\"/></L>");
   Held<IXMLDOMNode> list_node, added;
@@ -270,7 +270,7 @@ TEST_F(DomWrapperTest, Dom_CreateChildNode_AppendsAfterExistingChildren) {
   EXPECT_THAT(Values(doc, children.get(), "n"), ElementsAre("1", "2", "3"));
 }
 
-TEST_F(DomWrapperTest, Dom_CreateChildNode_NullParent_InvalidArg) {
+TEST_F(DomWrapperTest, CreateChildNode_NullParent_InvalidArg) {
   NOMZUBDOMWrapper doc;
   doc.CreateDocument();
   Held<IXMLDOMNode> child;
@@ -278,7 +278,7 @@ TEST_F(DomWrapperTest, Dom_CreateChildNode_NullParent_InvalidArg) {
   EXPECT_EQ(child.get(), nullptr);
 }
 
-TEST_F(DomWrapperTest, Dom_CreateChildNode_ParentOfAnotherDocument_InvalidArg) {
+TEST_F(DomWrapperTest, CreateChildNode_ParentOfAnotherDocument_InvalidArg) {
   NOMZUBDOMWrapper first, second;
   first.CreateDocument();
   second.CreateDocument();
@@ -297,7 +297,7 @@ class ForeignNode : public IXMLDOMNode {
   HRESULT put_text(BSTR) override { return S_OK; }
 };
 
-TEST_F(DomWrapperTest, Dom_Operations_ForeignHandle_InvalidArg) {
+TEST_F(DomWrapperTest, Operations_ForeignHandle_InvalidArg) {
   NOMZUBDOMWrapper doc;
   Open(doc, "<R/>");
   ForeignNode foreign;
@@ -313,7 +313,7 @@ TEST_F(DomWrapperTest, Dom_Operations_ForeignHandle_InvalidArg) {
   EXPECT_EQ(value, "kept");
 }
 
-TEST_F(DomWrapperTest, Dom_GetNode_FindsFirstMatchInDocumentOrderAtAnyDepth) {
+TEST_F(DomWrapperTest, GetNode_FindsFirstMatchInDocumentOrderAtAnyDepth) {
   NOMZUBDOMWrapper doc;
   Open(doc,
        "<A><G Ident=\"x\" n=\"1\"><G Ident=\"y\" n=\"2\"/></G>"
@@ -325,7 +325,7 @@ TEST_F(DomWrapperTest, Dom_GetNode_FindsFirstMatchInDocumentOrderAtAnyDepth) {
   EXPECT_EQ(n, "2");
 }
 
-TEST_F(DomWrapperTest, Dom_GetNode_NoMatch_SFalseAndNullNode) {
+TEST_F(DomWrapperTest, GetNode_NoMatch_SFalseAndNullNode) {
   NOMZUBDOMWrapper doc;
   Open(doc, "<A><G Ident=\"x\"/><H Ident=\"y\"/></A>");
   Held<IXMLDOMNode> node;
@@ -333,7 +333,7 @@ TEST_F(DomWrapperTest, Dom_GetNode_NoMatch_SFalseAndNullNode) {
   EXPECT_EQ(node.get(), nullptr);
 }
 
-TEST_F(DomWrapperTest, Dom_GetNode_AbsentAttributeDoesNotMatchEmptyValue) {
+TEST_F(DomWrapperTest, GetNode_AbsentAttributeDoesNotMatchEmptyValue) {
   NOMZUBDOMWrapper doc;
   Open(doc, "<A><G/><G Ident=\"\" n=\"2\"/></A>");
   Held<IXMLDOMNode> node;
@@ -343,14 +343,14 @@ TEST_F(DomWrapperTest, Dom_GetNode_AbsentAttributeDoesNotMatchEmptyValue) {
   EXPECT_EQ(n, "2");
 }
 
-TEST_F(DomWrapperTest, Dom_GetNode_WithoutDocument_SFalseAndNullNode) {
+TEST_F(DomWrapperTest, GetNode_WithoutDocument_SFalseAndNullNode) {
   NOMZUBDOMWrapper doc;
   Held<IXMLDOMNode> node;
   EXPECT_EQ(doc.GetNode("G", node.out(), "Ident", "x"), S_FALSE);
   EXPECT_EQ(node.get(), nullptr);
 }
 
-TEST_F(DomWrapperTest, Dom_GetNodes_ReturnsEveryMatchInDocumentOrder) {
+TEST_F(DomWrapperTest, GetNodes_ReturnsEveryMatchInDocumentOrder) {
   NOMZUBDOMWrapper doc;
   Open(doc,
        "<G n=\"1\"><X><G n=\"2\"><G n=\"3\"/></G></X><!-- <G n=\"c\"/> -->"
@@ -360,7 +360,7 @@ TEST_F(DomWrapperTest, Dom_GetNodes_ReturnsEveryMatchInDocumentOrder) {
   EXPECT_THAT(Values(doc, list.get(), "n"), ElementsAre("1", "2", "3", "4"));
 }
 
-TEST_F(DomWrapperTest, Dom_GetNodes_DeeplyNestedDocument_ReturnsEveryLevel) {
+TEST_F(DomWrapperTest, GetNodes_DeeplyNestedDocument_ReturnsEveryLevel) {
   constexpr int kDepth = 20000;
   std::string text;
   for (int i = 0; i < kDepth; ++i) text += "<G>";
@@ -374,7 +374,7 @@ TEST_F(DomWrapperTest, Dom_GetNodes_DeeplyNestedDocument_ReturnsEveryLevel) {
   EXPECT_EQ(length, kDepth);
 }
 
-TEST_F(DomWrapperTest, Dom_GetNodes_NoMatch_EmptyList) {
+TEST_F(DomWrapperTest, GetNodes_NoMatch_EmptyList) {
   NOMZUBDOMWrapper doc;
   Open(doc, "<A><B/></A>");
   Held<IXMLDOMNodeList> list;
@@ -385,14 +385,14 @@ TEST_F(DomWrapperTest, Dom_GetNodes_NoMatch_EmptyList) {
   EXPECT_EQ(length, 0);
 }
 
-TEST_F(DomWrapperTest, Dom_GetNodes_WithoutDocument_EFailAndNullList) {
+TEST_F(DomWrapperTest, GetNodes_WithoutDocument_EFailAndNullList) {
   NOMZUBDOMWrapper doc;
   Held<IXMLDOMNodeList> list;
   EXPECT_EQ(doc.GetNodes("G", list.out()), E_FAIL);
   EXPECT_EQ(list.get(), nullptr);
 }
 
-TEST_F(DomWrapperTest, Dom_GetChildNodes_ReturnsDirectChildrenOfThatNameOnly) {
+TEST_F(DomWrapperTest, GetChildNodes_ReturnsDirectChildrenOfThatNameOnly) {
   NOMZUBDOMWrapper doc;
   Open(doc,
        "<R><L><C n=\"1\"/><X n=\"x\"/><C n=\"2\"><C n=\"nested\"/></C>text<C n=\"3\"/></L>"
@@ -406,7 +406,7 @@ TEST_F(DomWrapperTest, Dom_GetChildNodes_ReturnsDirectChildrenOfThatNameOnly) {
   EXPECT_THAT(Values(doc, children.get(), "n"), ElementsAre("1", "2", "3"));
 }
 
-TEST_F(DomWrapperTest, Dom_GetChildNodes_NullNode_InvalidArgAndNullList) {
+TEST_F(DomWrapperTest, GetChildNodes_NullNode_InvalidArgAndNullList) {
   NOMZUBDOMWrapper doc;
   Open(doc, "<R/>");
   Held<IXMLDOMNodeList> children;
@@ -414,7 +414,7 @@ TEST_F(DomWrapperTest, Dom_GetChildNodes_NullNode_InvalidArgAndNullList) {
   EXPECT_EQ(children.get(), nullptr);
 }
 
-TEST_F(DomWrapperTest, Dom_NodeList_ItemOutOfRange_SFalseAndNull) {
+TEST_F(DomWrapperTest, NodeList_ItemOutOfRange_SFalseAndNull) {
   NOMZUBDOMWrapper doc;
   Open(doc, "<R><C/></R>");
   Held<IXMLDOMNodeList> list;
@@ -427,7 +427,7 @@ TEST_F(DomWrapperTest, Dom_NodeList_ItemOutOfRange_SFalseAndNull) {
   EXPECT_EQ(item, nullptr);
 }
 
-TEST_F(DomWrapperTest, Dom_NodeList_NullOutPointers_EPointer) {
+TEST_F(DomWrapperTest, NodeList_NullOutPointers_EPointer) {
   NOMZUBDOMWrapper doc;
   Open(doc, "<R><C/></R>");
   Held<IXMLDOMNodeList> list;
@@ -436,7 +436,7 @@ TEST_F(DomWrapperTest, Dom_NodeList_NullOutPointers_EPointer) {
   EXPECT_EQ(list.get()->get_item(0, nullptr), E_POINTER);
 }
 
-TEST_F(DomWrapperTest, Dom_GetAttribute_Present_CopiesValue) {
+TEST_F(DomWrapperTest, GetAttribute_Present_CopiesValue) {
   NOMZUBDOMWrapper doc;
   Open(doc, "<R IsInstanceOf=\"..\\Geo\\Part.vgxXml\"/>");
   Held<IXMLDOMNode> root;
@@ -446,7 +446,7 @@ TEST_F(DomWrapperTest, Dom_GetAttribute_Present_CopiesValue) {
   EXPECT_EQ(value, "..\\Geo\\Part.vgxXml");
 }
 
-TEST_F(DomWrapperTest, Dom_GetAttribute_Absent_SFalseAndValueUnchanged) {
+TEST_F(DomWrapperTest, GetAttribute_Absent_SFalseAndValueUnchanged) {
   NOMZUBDOMWrapper doc;
   Open(doc, "<R Other=\"x\"/>");
   Held<IXMLDOMNode> root;
@@ -456,7 +456,7 @@ TEST_F(DomWrapperTest, Dom_GetAttribute_Absent_SFalseAndValueUnchanged) {
   EXPECT_EQ(value, "kept");
 }
 
-TEST_F(DomWrapperTest, Dom_GetAttribute_NullNode_InvalidArgAndValueUnchanged) {
+TEST_F(DomWrapperTest, GetAttribute_NullNode_InvalidArgAndValueUnchanged) {
   NOMZUBDOMWrapper doc;
   Open(doc, "<R/>");
   std::string value = "kept";
@@ -464,7 +464,7 @@ TEST_F(DomWrapperTest, Dom_GetAttribute_NullNode_InvalidArgAndValueUnchanged) {
   EXPECT_EQ(value, "kept");
 }
 
-TEST_F(DomWrapperTest, Dom_AddAttribute_AbsentAttribute_IsAdded) {
+TEST_F(DomWrapperTest, AddAttribute_AbsentAttribute_IsAdded) {
   NOMZUBDOMWrapper doc;
   Open(doc, "<R a=\"1\"/>");
   Held<IXMLDOMNode> root;
@@ -473,7 +473,7 @@ TEST_F(DomWrapperTest, Dom_AddAttribute_AbsentAttribute_IsAdded) {
   EXPECT_EQ(Saved(doc), std::string(kDeclaration) + "\n<R a=\"1\" b=\"x&amp;&quot;y\"/>\n");
 }
 
-TEST_F(DomWrapperTest, Dom_AddAttribute_PresentAttribute_IsReplacedInPlace) {
+TEST_F(DomWrapperTest, AddAttribute_PresentAttribute_IsReplacedInPlace) {
   NOMZUBDOMWrapper doc;
   Open(doc, "<R a=\"1\" b=\"2\"/>");
   Held<IXMLDOMNode> root;
@@ -482,13 +482,13 @@ TEST_F(DomWrapperTest, Dom_AddAttribute_PresentAttribute_IsReplacedInPlace) {
   EXPECT_EQ(Saved(doc), std::string(kDeclaration) + "\n<R a=\"3\" b=\"2\"/>\n");
 }
 
-TEST_F(DomWrapperTest, Dom_AddAttribute_NullNode_InvalidArg) {
+TEST_F(DomWrapperTest, AddAttribute_NullNode_InvalidArg) {
   NOMZUBDOMWrapper doc;
   Open(doc, "<R/>");
   EXPECT_EQ(doc.AddAttribute(nullptr, "a", "1"), E_INVALIDARG);
 }
 
-TEST_F(DomWrapperTest, Dom_SaveDoc_UnchangedDocumentComesBackByteForByte) {
+TEST_F(DomWrapperTest, SaveDoc_UnchangedDocumentComesBackByteForByte) {
   const std::string text =
       "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
       "<!-- package -->\n"
@@ -504,7 +504,7 @@ TEST_F(DomWrapperTest, Dom_SaveDoc_UnchangedDocumentComesBackByteForByte) {
   EXPECT_EQ(ReadFile(dir_.Sub("doc.xml")), text);
 }
 
-TEST_F(DomWrapperTest, Dom_SaveDoc_WindowsLineEndsAreKept) {
+TEST_F(DomWrapperTest, SaveDoc_WindowsLineEndsAreKept) {
   const std::string text =
       "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<R>\r\n  <C a=\"1\"/>\r\n</R>\r\n";
   NOMZUBDOMWrapper doc;
@@ -513,7 +513,7 @@ TEST_F(DomWrapperTest, Dom_SaveDoc_WindowsLineEndsAreKept) {
   EXPECT_EQ(ReadFile(dir_.Sub("doc.xml")), text);
 }
 
-TEST_F(DomWrapperTest, Dom_SaveDoc_ChangedAttributeKeepsTheRestOfTheText) {
+TEST_F(DomWrapperTest, SaveDoc_ChangedAttributeKeepsTheRestOfTheText) {
   NOMZUBDOMWrapper doc;
   const std::string path =
       Open(doc,
@@ -530,19 +530,19 @@ TEST_F(DomWrapperTest, Dom_SaveDoc_ChangedAttributeKeepsTheRestOfTheText) {
             "  <C IsInstanceOf=\"Nut.vgxXml\"/>\n</R>\n");
 }
 
-TEST_F(DomWrapperTest, Dom_SaveDoc_DocumentWithoutDeclarationGainsOne) {
+TEST_F(DomWrapperTest, SaveDoc_DocumentWithoutDeclarationGainsOne) {
   NOMZUBDOMWrapper doc;
   Open(doc, "<R>\n  <C/>\n</R>");
   EXPECT_EQ(Saved(doc), std::string(kDeclaration) + "\n<R>\n  <C/>\n</R>\n");
 }
 
-TEST_F(DomWrapperTest, Dom_SaveDoc_Latin1DocumentIsWrittenAsUtf8) {
+TEST_F(DomWrapperTest, SaveDoc_Latin1DocumentIsWrittenAsUtf8) {
   NOMZUBDOMWrapper doc;
   Open(doc, "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n<R v=\"caf\xE9\"/>\n");
   EXPECT_EQ(Saved(doc), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<R v=\"caf\xC3\xA9\"/>\n");
 }
 
-TEST_F(DomWrapperTest, Dom_SaveDoc_SavedDocumentParsesBackToTheSameTree) {
+TEST_F(DomWrapperTest, SaveDoc_SavedDocumentParsesBackToTheSameTree) {
   NOMZUBDOMWrapper doc;
   doc.CreateDocument();
   Held<IXMLDOMNode> root, child;
@@ -561,7 +561,7 @@ TEST_F(DomWrapperTest, Dom_SaveDoc_SavedDocumentParsesBackToTheSameTree) {
   EXPECT_THAT(Values(back, views.get(), "Name"), ElementsAre("a\"b'c&d"));
 }
 
-TEST_F(DomWrapperTest, Dom_SaveDoc_ReadOnlyTarget_AccessDeniedAndFileKept) {
+TEST_F(DomWrapperTest, SaveDoc_ReadOnlyTarget_AccessDeniedAndFileKept) {
   NOMZUBDOMWrapper doc;
   const std::string path = Open(doc, "<R a=\"1\"/>");
   Held<IXMLDOMNode> root;
@@ -576,7 +576,7 @@ TEST_F(DomWrapperTest, Dom_SaveDoc_ReadOnlyTarget_AccessDeniedAndFileKept) {
                                          ": Windows error 5 (access denied)"}));
 }
 
-TEST_F(DomWrapperTest, Dom_SaveDoc_WriteFailure_ReturnsItsError) {
+TEST_F(DomWrapperTest, SaveDoc_WriteFailure_ReturnsItsError) {
   NOMZUBDOMWrapper doc;
   const std::string path = Open(doc, "<R/>");
   nomplat::FaultInjectionEnv env(nomplat::Env::Default());
@@ -589,7 +589,7 @@ TEST_F(DomWrapperTest, Dom_SaveDoc_WriteFailure_ReturnsItsError) {
                                             ": Windows error 112 (disk full)"));
 }
 
-TEST_F(DomWrapperTest, Dom_OpenDocument_ReadsThroughCurrentEnv) {
+TEST_F(DomWrapperTest, OpenDocument_ReadsThroughCurrentEnv) {
   const std::string path = Write("doc.xml", "<R/>");
   nomplat::FaultInjectionEnv env(nomplat::Env::Default());
   env.FailOn(nomplat::FaultInjectionEnv::kReadFile, 1, 5);
@@ -600,14 +600,14 @@ TEST_F(DomWrapperTest, Dom_OpenDocument_ReadsThroughCurrentEnv) {
   EXPECT_FALSE(doc.HasDocument());
 }
 
-TEST_F(DomWrapperTest, Dom_GetRootNode_WithoutDocument_EFail) {
+TEST_F(DomWrapperTest, GetRootNode_WithoutDocument_EFail) {
   NOMZUBDOMWrapper doc;
   Held<IXMLDOMNode> root;
   EXPECT_EQ(doc.GetRootNode(root.out()), E_FAIL);
   EXPECT_EQ(root.get(), nullptr);
 }
 
-TEST_F(DomWrapperTest, Dom_GetRootNode_EmptyCreatedDocument_SFalse) {
+TEST_F(DomWrapperTest, GetRootNode_EmptyCreatedDocument_SFalse) {
   NOMZUBDOMWrapper doc;
   doc.CreateDocument();
   Held<IXMLDOMNode> root;
@@ -615,7 +615,7 @@ TEST_F(DomWrapperTest, Dom_GetRootNode_EmptyCreatedDocument_SFalse) {
   EXPECT_EQ(root.get(), nullptr);
 }
 
-TEST_F(DomWrapperTest, Dom_Handle_ReferenceCountStartsAtOne) {
+TEST_F(DomWrapperTest, Handle_ReferenceCountStartsAtOne) {
   NOMZUBDOMWrapper doc;
   Open(doc, "<R/>");
   IXMLDOMNode* root = nullptr;
@@ -625,7 +625,7 @@ TEST_F(DomWrapperTest, Dom_Handle_ReferenceCountStartsAtOne) {
   EXPECT_EQ(root->Release(), 0u);
 }
 
-TEST_F(DomWrapperTest, Dom_Handle_OutlivesItsWrapper) {
+TEST_F(DomWrapperTest, Handle_OutlivesItsWrapper) {
   IXMLDOMNodeList* list = nullptr;
   IXMLDOMNode* node = nullptr;
   {
@@ -644,7 +644,7 @@ TEST_F(DomWrapperTest, Dom_Handle_OutlivesItsWrapper) {
   node->Release();
 }
 
-TEST_F(DomWrapperTest, Dom_Handle_OutlivesReplacedDocument) {
+TEST_F(DomWrapperTest, Handle_OutlivesReplacedDocument) {
   NOMZUBDOMWrapper doc;
   Open(doc, "<R a=\"old\"/>");
   Held<IXMLDOMNode> old_root;
@@ -655,7 +655,7 @@ TEST_F(DomWrapperTest, Dom_Handle_OutlivesReplacedDocument) {
   EXPECT_EQ(a, "old");
 }
 
-TEST_F(DomWrapperTest, Dom_PutText_ReplacesCharacterData) {
+TEST_F(DomWrapperTest, PutText_ReplacesCharacterData) {
   NOMZUBDOMWrapper doc;
   Open(doc, "<R><N>old<!-- c --></N></R>");
   Held<IXMLDOMNode> n;
@@ -669,7 +669,7 @@ TEST_F(DomWrapperTest, Dom_PutText_ReplacesCharacterData) {
   EXPECT_EQ(Saved(doc), std::string(kDeclaration) + "\n<R><N>P#Q#</N></R>\n");
 }
 
-TEST_F(DomWrapperTest, Dom_PutText_NullText_EmptiesElement) {
+TEST_F(DomWrapperTest, PutText_NullText_EmptiesElement) {
   NOMZUBDOMWrapper doc;
   Open(doc, "<R>old</R>");
   Held<IXMLDOMNode> root;
@@ -678,7 +678,7 @@ TEST_F(DomWrapperTest, Dom_PutText_NullText_EmptiesElement) {
   EXPECT_EQ(Saved(doc), std::string(kDeclaration) + "\n<R/>\n");
 }
 
-TEST_F(DomWrapperTest, Dom_PutText_ElementWithChildElements_FailsAndKeepsThem) {
+TEST_F(DomWrapperTest, PutText_ElementWithChildElements_FailsAndKeepsThem) {
   NOMZUBDOMWrapper doc;
   Open(doc, "<R><C/></R>");
   Held<IXMLDOMNode> root;
@@ -690,7 +690,7 @@ TEST_F(DomWrapperTest, Dom_PutText_ElementWithChildElements_FailsAndKeepsThem) {
   EXPECT_EQ(Saved(doc), std::string(kDeclaration) + "\n<R><C/></R>\n");
 }
 
-TEST_F(DomWrapperTest, Dom_Hook_SeesEachOperationWithItsMainArgument) {
+TEST_F(DomWrapperTest, Hook_SeesEachOperationWithItsMainArgument) {
   nomtest::RecordingDomHook hook;
   NOMZUBDOMWrapper doc;
   const std::string path = Write("doc.xml", "<R/>");
@@ -717,7 +717,7 @@ TEST_F(DomWrapperTest, Dom_Hook_SeesEachOperationWithItsMainArgument) {
                           P{DomCall::kCreateDocument, ""}, P{DomCall::kCreateRootNode, "F"}));
 }
 
-TEST_F(DomWrapperTest, Dom_Hook_FailingCreateChildNode_FailsWithItsCodeAndChangesNothing) {
+TEST_F(DomWrapperTest, Hook_FailingCreateChildNode_FailsWithItsCodeAndChangesNothing) {
   NOMZUBDOMWrapper doc;
   doc.CreateDocument();
   Held<IXMLDOMNode> root, view;
@@ -731,7 +731,7 @@ TEST_F(DomWrapperTest, Dom_Hook_FailingCreateChildNode_FailsWithItsCodeAndChange
   EXPECT_EQ(Saved(doc), std::string(kDeclaration) + "\n<Root />\n");
 }
 
-TEST_F(DomWrapperTest, Dom_Hook_FailingOpenDocument_KeepsHeldDocumentAndPath) {
+TEST_F(DomWrapperTest, Hook_FailingOpenDocument_KeepsHeldDocumentAndPath) {
   NOMZUBDOMWrapper doc;
   const std::string path = Open(doc, "<R/>");
   nomtest::RecordingDomHook hook;
@@ -741,7 +741,7 @@ TEST_F(DomWrapperTest, Dom_Hook_FailingOpenDocument_KeepsHeldDocumentAndPath) {
   EXPECT_EQ(doc.DocumentPath(), path);
 }
 
-TEST_F(DomWrapperTest, Dom_Hook_FailingGetAttribute_LeavesValueUnchanged) {
+TEST_F(DomWrapperTest, Hook_FailingGetAttribute_LeavesValueUnchanged) {
   NOMZUBDOMWrapper doc;
   Open(doc, "<R a=\"1\"/>");
   Held<IXMLDOMNode> root;
@@ -761,7 +761,7 @@ class DomWrapperCodePageTest : public DomWrapperTest {
   const UINT previous_ = nomplat::GetACP();
 };
 
-TEST_F(DomWrapperCodePageTest, Dom_Acp1252_AttributeValueStoredAsUtf8AndReadBack) {
+TEST_F(DomWrapperCodePageTest, Acp1252_AttributeValueStoredAsUtf8AndReadBack) {
   NOMZUBDOMWrapper doc;
   const std::string path = Open(doc, "<R/>");
   Held<IXMLDOMNode> root;
@@ -780,7 +780,7 @@ TEST_F(DomWrapperCodePageTest, Dom_Acp1252_AttributeValueStoredAsUtf8AndReadBack
   EXPECT_EQ(value, "caf\xE9");
 }
 
-TEST_F(DomWrapperCodePageTest, Dom_Acp1252_PutTextWritesUtf16AsUtf8) {
+TEST_F(DomWrapperCodePageTest, Acp1252_PutTextWritesUtf16AsUtf8) {
   NOMZUBDOMWrapper doc;
   doc.CreateDocument();
   Held<IXMLDOMNode> root;

@@ -75,7 +75,7 @@ class DumpDriverTest : public ::testing::Test {
 
 // ---- Edge cases ----
 
-TEST_F(DumpDriverTest, Dump_EmptyPositionLightNoMapping_ThreeLinesAndGenerationResult) {
+TEST_F(DumpDriverTest, EmptyPositionLightNoMapping_ThreeLinesAndGenerationResult) {
   nomtest::RecordingDomHook dom;
   generator_.set_generate_result(S_FALSE);
   EXPECT_EQ(Dump(true, "", false), S_FALSE);
@@ -84,39 +84,39 @@ TEST_F(DumpDriverTest, Dump_EmptyPositionLightNoMapping_ThreeLinesAndGenerationR
   EXPECT_THAT(dom.records(), IsEmpty());
 }
 
-TEST_F(DumpDriverTest, Dump_EmptyPositionLightNoMappingGenerationOk_ReturnsZero) {
+TEST_F(DumpDriverTest, EmptyPositionLightNoMappingGenerationOk_ReturnsZero) {
   EXPECT_EQ(Dump(true, "", false), S_OK);
   EXPECT_THAT(ModuleLines(log_), ElementsAre(kIn, kLightMode, kOut));
 }
 
-TEST_F(DumpDriverTest, Dump_PositionModeDiffersInCaseLight_PositionErrorAndEFail) {
+TEST_F(DumpDriverTest, PositionModeDiffersInCaseLight_PositionErrorAndEFail) {
   EXPECT_EQ(Dump(true, "3d_states", false), E_FAIL);
   EXPECT_THAT(ModuleLines(log_), ElementsAre(kIn, kPositionsError, kLightMode, kOut));
   EXPECT_THAT(generator_.calls(), ElementsAre(GenerateCall()));
 }
 
-TEST_F(DumpDriverTest, Dump_PositionModeDiffersInCaseWithPackNGo_ResultIsPackNGos) {
+TEST_F(DumpDriverTest, PositionModeDiffersInCaseWithPackNGo_ResultIsPackNGos) {
   EXPECT_EQ(Dump(false, "3d_states", false), S_OK);
   EXPECT_THAT(ModuleLines(log_),
               ElementsAre(kIn, kPositionsError, kRelativeStart, kRelativeDone, kOut));
   EXPECT_THAT(generator_.calls(), ElementsAre(GenerateCall()));
 }
 
-TEST_F(DumpDriverTest, Dump_PositionModeDiffersInCaseWithFailingPackNGo_ResultIsPackNGos) {
+TEST_F(DumpDriverTest, PositionModeDiffersInCaseWithFailingPackNGo_ResultIsPackNGos) {
   NoPackage();
   EXPECT_EQ(Dump(false, "SIMULATION_POSITIONS", false), E_FAIL);
   EXPECT_THAT(ModuleLines(log_), ElementsAre(kIn, kPositionsError, kPackNGoError, kOut));
   EXPECT_THAT(generator_.calls(), ElementsAre(GenerateCall()));
 }
 
-TEST_F(DumpDriverTest, Dump_GenerationFailsEmptyPositionPackNGoOk_DoubleReportThenPackNGoResult) {
+TEST_F(DumpDriverTest, GenerationFailsEmptyPositionPackNGoOk_DoubleReportThenPackNGoResult) {
   generator_.set_generate_result(kAccessDenied);
   EXPECT_EQ(Dump(false, "", false), S_OK);
   EXPECT_THAT(ModuleLines(log_), ElementsAre(kIn, kGenerationError, kPositionsError, kRelativeStart,
                                              kRelativeDone, kOut));
 }
 
-TEST_F(DumpDriverTest, Dump_GenerationFailsEmptyPositionPackNGoFails_PackNGoResult) {
+TEST_F(DumpDriverTest, GenerationFailsEmptyPositionPackNGoFails_PackNGoResult) {
   generator_.set_generate_result(kAccessDenied);
   NoPackage();
   EXPECT_EQ(Dump(false, "", false), E_FAIL);
@@ -124,7 +124,7 @@ TEST_F(DumpDriverTest, Dump_GenerationFailsEmptyPositionPackNGoFails_PackNGoResu
               ElementsAre(kIn, kGenerationError, kPositionsError, kPackNGoError, kOut));
 }
 
-TEST_F(DumpDriverTest, Dump_MappingSucceedsAfterEveryEarlierStageFailed_ReturnsSuccess) {
+TEST_F(DumpDriverTest, MappingSucceedsAfterEveryEarlierStageFailed_ReturnsSuccess) {
   generator_.set_generate_result(E_FAIL);
   NoPackage();
   EXPECT_EQ(Dump(false, "Bogus", true), S_OK);
@@ -139,7 +139,7 @@ TEST_F(DumpDriverTest, ApplyPosition_EmptyString_EFailWithoutCommand) {
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
-TEST_F(DumpDriverTest, Dump_EmptyPositionMode_SkipsPositioning) {
+TEST_F(DumpDriverTest, EmptyPositionMode_SkipsPositioning) {
   generator_.set_states_result(E_FAIL);
   generator_.set_positions_result(E_FAIL);
   EXPECT_EQ(Dump(true, "", false), S_OK);
@@ -149,61 +149,61 @@ TEST_F(DumpDriverTest, Dump_EmptyPositionMode_SkipsPositioning) {
 
 // ---- Failure handling, row by row ----
 
-TEST_F(DumpDriverTest, Dump_GenerationFailsLaterPositionStageRuns_GenerationCodeOverwritten) {
+TEST_F(DumpDriverTest, GenerationFailsLaterPositionStageRuns_GenerationCodeOverwritten) {
   generator_.set_generate_result(kAccessDenied);
   EXPECT_EQ(Dump(true, "3D_States", false), S_OK);
   EXPECT_THAT(ModuleLines(log_), ElementsAre(kIn, kGenerationError, kLightMode, kOut));
   EXPECT_THAT(generator_.calls(), ElementsAre(GenerateCall(), "ApplyStates"));
 }
 
-TEST_F(DumpDriverTest, Dump_GenerationFailsNoLaterStage_GenerationCodeKept) {
+TEST_F(DumpDriverTest, GenerationFailsNoLaterStage_GenerationCodeKept) {
   generator_.set_generate_result(kAccessDenied);
   EXPECT_EQ(Dump(true, "", false), kAccessDenied);
   EXPECT_THAT(ModuleLines(log_),
               ElementsAre(kIn, kGenerationError, kPositionsError, kLightMode, kOut));
 }
 
-TEST_F(DumpDriverTest, Dump_UnknownPositionModeNoLaterStage_EFailKept) {
+TEST_F(DumpDriverTest, UnknownPositionModeNoLaterStage_EFailKept) {
   EXPECT_EQ(Dump(true, "Exploded_View", false), E_FAIL);
   EXPECT_THAT(ModuleLines(log_), ElementsAre(kIn, kPositionsError, kLightMode, kOut));
   EXPECT_THAT(generator_.calls(), ElementsAre(GenerateCall()));
 }
 
-TEST_F(DumpDriverTest, Dump_PositionModeWithTrailingBlank_IsUnknown) {
+TEST_F(DumpDriverTest, PositionModeWithTrailingBlank_IsUnknown) {
   EXPECT_EQ(Dump(true, "3D_States ", false), E_FAIL);
   EXPECT_THAT(ModuleLines(log_), ElementsAre(kIn, kPositionsError, kLightMode, kOut));
   EXPECT_THAT(generator_.calls(), ElementsAre(GenerateCall()));
 }
 
-TEST_F(DumpDriverTest, Dump_UnknownPositionModeAfterFailedGeneration_BothLinesEFail) {
+TEST_F(DumpDriverTest, UnknownPositionModeAfterFailedGeneration_BothLinesEFail) {
   generator_.set_generate_result(kAccessDenied);
   EXPECT_EQ(Dump(true, "none", false), E_FAIL);
   EXPECT_THAT(ModuleLines(log_),
               ElementsAre(kIn, kGenerationError, kPositionsError, kLightMode, kOut));
 }
 
-TEST_F(DumpDriverTest, Dump_StatesCommandFailsNoLaterStage_CommandCodeKept) {
+TEST_F(DumpDriverTest, StatesCommandFailsNoLaterStage_CommandCodeKept) {
   generator_.set_states_result(kAccessDenied);
   EXPECT_EQ(Dump(true, "3D_States", false), kAccessDenied);
   EXPECT_THAT(ModuleLines(log_), ElementsAre(kIn, kPositionsError, kLightMode, kOut));
   EXPECT_THAT(generator_.calls(), ElementsAre(GenerateCall(), "ApplyStates"));
 }
 
-TEST_F(DumpDriverTest, Dump_PositionsCommandFailsNoLaterStage_CommandCodeKept) {
+TEST_F(DumpDriverTest, PositionsCommandFailsNoLaterStage_CommandCodeKept) {
   generator_.set_positions_result(kOutOfMemory);
   EXPECT_EQ(Dump(true, "Simulation_Positions", false), kOutOfMemory);
   EXPECT_THAT(ModuleLines(log_), ElementsAre(kIn, kPositionsError, kLightMode, kOut));
   EXPECT_THAT(generator_.calls(), ElementsAre(GenerateCall(), "ApplySimPositionBlobs"));
 }
 
-TEST_F(DumpDriverTest, Dump_StatesCommandFailsThenPackNGo_PackNGoResult) {
+TEST_F(DumpDriverTest, StatesCommandFailsThenPackNGo_PackNGoResult) {
   generator_.set_states_result(kAccessDenied);
   EXPECT_EQ(Dump(false, "3D_States", false), S_OK);
   EXPECT_THAT(ModuleLines(log_),
               ElementsAre(kIn, kPositionsError, kRelativeStart, kRelativeDone, kOut));
 }
 
-TEST_F(DumpDriverTest, Dump_EmptyPositionGenerationFailed_PositionsLineAfterGenerationLine) {
+TEST_F(DumpDriverTest, EmptyPositionGenerationFailed_PositionsLineAfterGenerationLine) {
   generator_.set_generate_result(kSharingViolation);
   EXPECT_EQ(Dump(true, "", false), kSharingViolation);
   EXPECT_THAT(ModuleLines(log_),
@@ -211,19 +211,19 @@ TEST_F(DumpDriverTest, Dump_EmptyPositionGenerationFailed_PositionsLineAfterGene
   EXPECT_THAT(generator_.calls(), ElementsAre(GenerateCall()));
 }
 
-TEST_F(DumpDriverTest, Dump_PackNGoFailsNoMapping_PackNGoCodeKept) {
+TEST_F(DumpDriverTest, PackNGoFailsNoMapping_PackNGoCodeKept) {
   NoPackage();
   EXPECT_EQ(Dump(false, "", false), E_FAIL);
   EXPECT_THAT(ModuleLines(log_), ElementsAre(kIn, kPackNGoError, kOut));
 }
 
-TEST_F(DumpDriverTest, Dump_PackNGoFailsThenMappingSucceeds_MappingResult) {
+TEST_F(DumpDriverTest, PackNGoFailsThenMappingSucceeds_MappingResult) {
   NoPackage();
   EXPECT_EQ(Dump(false, "", true), S_OK);
   EXPECT_THAT(ModuleLines(log_), ElementsAre(kIn, kPackNGoError, kMappingIn, kMappingOut, kOut));
 }
 
-TEST_F(DumpDriverTest, Dump_MappingFails_MappingCodeReturned) {
+TEST_F(DumpDriverTest, MappingFails_MappingCodeReturned) {
   nomtest::RecordingDomHook dom;
   dom.FailAll(DomCall::kCreateDocument, kSharingViolation);
   EXPECT_EQ(Dump(false, "", true), kSharingViolation);
@@ -232,14 +232,14 @@ TEST_F(DumpDriverTest, Dump_MappingFails_MappingCodeReturned) {
   EXPECT_FALSE(MappingWritten());
 }
 
-TEST_F(DumpDriverTest, Dump_MappingFailsAfterEveryStageSucceeded_MappingCodeReturned) {
+TEST_F(DumpDriverTest, MappingFailsAfterEveryStageSucceeded_MappingCodeReturned) {
   nomtest::RecordingDomHook dom;
   dom.FailAll(DomCall::kCreateDocument, kOutOfMemory);
   EXPECT_EQ(Dump(true, "Simulation_Positions", true), kOutOfMemory);
   EXPECT_THAT(ModuleLines(log_), ElementsAre(kIn, kLightMode, kMappingIn, kMappingError, kOut));
 }
 
-TEST_F(DumpDriverTest, Dump_PositiveCodesFromEveryStage_PassSilentlyAndLastIsReturned) {
+TEST_F(DumpDriverTest, PositiveCodesFromEveryStage_PassSilentlyAndLastIsReturned) {
   generator_.set_generate_result(S_FALSE);
   generator_.set_states_result(static_cast<HRESULT>(0x00040001));
   EXPECT_EQ(Dump(true, "3D_States", false), static_cast<HRESULT>(0x00040001));
@@ -248,7 +248,7 @@ TEST_F(DumpDriverTest, Dump_PositiveCodesFromEveryStage_PassSilentlyAndLastIsRet
 
 // ---- Stage order and arguments ----
 
-TEST_F(DumpDriverTest, Dump_AllStages_RunInOrderWithTheirLines) {
+TEST_F(DumpDriverTest, AllStages_RunInOrderWithTheirLines) {
   EXPECT_EQ(Dump(false, "Simulation_Positions", true), S_OK);
   EXPECT_THAT(generator_.calls(), ElementsAre(GenerateCall(), "ApplySimPositionBlobs"));
   EXPECT_THAT(ModuleLines(log_),
@@ -256,12 +256,12 @@ TEST_F(DumpDriverTest, Dump_AllStages_RunInOrderWithTheirLines) {
   EXPECT_TRUE(MappingWritten());
 }
 
-TEST_F(DumpDriverTest, Dump_GeneratorArguments_InputDirectoryLiteralSOIAndOption) {
+TEST_F(DumpDriverTest, GeneratorArguments_InputDirectoryLiteralSOIAndOption) {
   utility_.DumpVGXPackage("", "Z:/out dir/", true, " opt ", "", false);
   EXPECT_THAT(generator_.calls(), ElementsAre("GenerateVGXPackage(|Z:/out dir/|SOI| opt )"));
 }
 
-TEST_F(DumpDriverTest, Dump_LightModeWithMapping_NoPackNGoButMappingWritten) {
+TEST_F(DumpDriverTest, LightModeWithMapping_NoPackNGoButMappingWritten) {
   nomtest::RecordingDomHook dom;
   EXPECT_EQ(Dump(true, "", true), S_OK);
   EXPECT_THAT(ModuleLines(log_), ElementsAre(kIn, kLightMode, kMappingIn, kMappingOut, kOut));
@@ -270,14 +270,14 @@ TEST_F(DumpDriverTest, Dump_LightModeWithMapping_NoPackNGoButMappingWritten) {
   EXPECT_TRUE(MappingWritten());
 }
 
-TEST_F(DumpDriverTest, Dump_NotLight_PackNGoOpensAndSavesTheRegisteredMainDocument) {
+TEST_F(DumpDriverTest, NotLight_PackNGoOpensAndSavesTheRegisteredMainDocument) {
   nomtest::RecordingDomHook dom;
   EXPECT_EQ(Dump(false, "", false), S_OK);
   EXPECT_THAT(dom.Arguments(DomCall::kOpenDocument), ElementsAre(Soi() + "\\SOI.vgxXml"));
   EXPECT_THAT(dom.Arguments(DomCall::kSaveDoc), ElementsAre(Soi() + "\\SOI.vgxXml"));
 }
 
-TEST_F(DumpDriverTest, Dump_NoMappingRequested_NoMappingFile) {
+TEST_F(DumpDriverTest, NoMappingRequested_NoMappingFile) {
   EXPECT_EQ(Dump(false, "", false), S_OK);
   EXPECT_FALSE(MappingWritten());
 }

@@ -207,17 +207,17 @@ class GeneratorTest : public ::testing::Test {
   LogCapture log_;
 };
 
-TEST_F(GeneratorTest, Generator_Generate_MainAndViewInSoiDirectory) {
+TEST_F(GeneratorTest, Generate_MainAndViewInSoiDirectory) {
   ConnectAndGenerate();
   EXPECT_EQ(ListDir(soi_), (Strings{"SOI.vgxView", "SOI.vgxXml"}));
 }
 
-TEST_F(GeneratorTest, Generator_Generate_ProductDocumentsAndGeometryInCache) {
+TEST_F(GeneratorTest, Generate_ProductDocumentsAndGeometryInCache) {
   ConnectAndGenerate();
   EXPECT_EQ(ListDir(cache_), CacheFiles(kProductOids));
 }
 
-TEST_F(GeneratorTest, Generator_Generate_OneWritePerFile) {
+TEST_F(GeneratorTest, Generate_OneWritePerFile) {
   ASSERT_EQ(Connect(), S_OK);
   nomplat::FaultInjectionEnv env(nomplat::Env::Default());
   nomplat::ScopedEnv installed(&env);
@@ -226,14 +226,14 @@ TEST_F(GeneratorTest, Generator_Generate_OneWritePerFile) {
   EXPECT_EQ(env.Count(nomplat::FaultInjectionEnv::kReadFile), 0);
 }
 
-TEST_F(GeneratorTest, Generator_Generate_ModulePathSoiDirectory) {
+TEST_F(GeneratorTest, Generate_ModulePathSoiDirectory) {
   ASSERT_EQ(Connect(), S_OK);
   NOMZUBVGXGenerator generator;
   ASSERT_EQ(generator.GenerateVGXPackage("", ZPath(soi_), "SOI", ""), S_OK);
   EXPECT_EQ(ListDir(soi_), (Strings{"SOI.vgxView", "SOI.vgxXml"}));
 }
 
-TEST_F(GeneratorTest, Generator_Generate_MainDocumentHasTheFourLists) {
+TEST_F(GeneratorTest, Generate_MainDocumentHasTheFourLists) {
   ConnectAndGenerate();
   pugi::xml_document main = Parse(Main());
   EXPECT_STREQ(main.document_element().name(), "VgxDocument");
@@ -251,7 +251,7 @@ TEST_F(GeneratorTest, Generator_Generate_MainDocumentHasTheFourLists) {
             "1 0 0 0 1 0 0 0 1 1 1 0");
 }
 
-TEST_F(GeneratorTest, Generator_Generate_ProcessInMainDocument) {
+TEST_F(GeneratorTest, Generate_ProcessInMainDocument) {
   ConnectAndGenerate();
   pugi::xml_document main = Parse(Main());
   pugi::xml_node process = main.document_element().child("Process");
@@ -265,7 +265,7 @@ TEST_F(GeneratorTest, Generator_Generate_ProcessInMainDocument) {
             (Strings{"Overview", "Housing close-up"}));
 }
 
-TEST_F(GeneratorTest, Generator_Generate_ViewFileNamesViewsAndMainDocument) {
+TEST_F(GeneratorTest, Generate_ViewFileNamesViewsAndMainDocument) {
   ConnectAndGenerate();
   pugi::xml_document view = Parse(soi_ + "/SOI.vgxView");
   pugi::xml_node root = view.document_element();
@@ -280,7 +280,7 @@ TEST_F(GeneratorTest, Generator_Generate_ViewFileNamesViewsAndMainDocument) {
   EXPECT_STREQ(camera.attribute("Target").value(), "2.5 0 1");
 }
 
-TEST_F(GeneratorTest, Generator_Generate_ProductDocumentListsItsStructure) {
+TEST_F(GeneratorTest, Generate_ProductDocumentListsItsStructure) {
   ConnectAndGenerate();
   pugi::xml_document fixture = Parse(Doc("P-FIXTURE"));
   pugi::xml_node root = fixture.document_element();
@@ -294,7 +294,7 @@ TEST_F(GeneratorTest, Generator_Generate_ProductDocumentListsItsStructure) {
       ChildAttributes(Parse(Doc("P-BOLT")).document_element(), "CLitAssyGroup", "Ident").empty());
 }
 
-TEST_F(GeneratorTest, Generator_Generate_EveryReferenceLeadsToItsProductDocument) {
+TEST_F(GeneratorTest, Generate_EveryReferenceLeadsToItsProductDocument) {
   ConnectAndGenerate();
   Strings docs = {Main()};
   for (const std::string& oid : kProductOids) docs.push_back(Doc(oid));
@@ -311,7 +311,7 @@ TEST_F(GeneratorTest, Generator_Generate_EveryReferenceLeadsToItsProductDocument
   EXPECT_EQ(checked, 39);
 }
 
-TEST_F(GeneratorTest, Generator_Geometry_MeshIsValidGlb) {
+TEST_F(GeneratorTest, Geometry_MeshIsValidGlb) {
   ConnectAndGenerate();
   std::string bolt = GlbJson(cache_ + "/P-BOLT.vgxGeom", true);
   EXPECT_TRUE(Contains(bolt, "\"asset\":{\"version\":\"2.0\""));
@@ -323,14 +323,14 @@ TEST_F(GeneratorTest, Generator_Geometry_MeshIsValidGlb) {
   EXPECT_TRUE(Contains(leg, "\"min\":[-0.03,-0.03,0],\"max\":[0.03,0.03,0.9]"));
 }
 
-TEST_F(GeneratorTest, Generator_Geometry_ProductWithoutMeshIsValidGlb) {
+TEST_F(GeneratorTest, Geometry_ProductWithoutMeshIsValidGlb) {
   ConnectAndGenerate();
   std::string line = GlbJson(cache_ + "/P-LINE.vgxGeom", false);
   EXPECT_TRUE(Contains(line, "\"nodes\":[{\"name\":\"Assembly line\"}]"));
   EXPECT_FALSE(Contains(line, "\"meshes\""));
 }
 
-TEST_F(GeneratorTest, Generator_Option_RelativeForm) {
+TEST_F(GeneratorTest, Option_RelativeForm) {
   ConnectAndGenerate("refs=relative;sep=backslash");
   EXPECT_EQ(References(Main())[0], SoiToCache() + "\\P-LINE.vgxXml");
   EXPECT_EQ(References(Doc("P-FIXTURE")),
@@ -338,26 +338,26 @@ TEST_F(GeneratorTest, Generator_Option_RelativeForm) {
                      "P-CLAMP.vgxXml", "P-CLAMP.vgxXml"}));
 }
 
-TEST_F(GeneratorTest, Generator_Option_DotForm) {
+TEST_F(GeneratorTest, Option_DotForm) {
   ConnectAndGenerate("refs=dot;sep=backslash");
   EXPECT_EQ(References(Main())[1], ".\\" + SoiToCache() + "\\R-ROBOT.vgxXml");
   EXPECT_EQ(References(Doc("P-TABLE")).back(), ".\\P-TOP.vgxXml");
 }
 
-TEST_F(GeneratorTest, Generator_Option_ClimbForm) {
+TEST_F(GeneratorTest, Option_ClimbForm) {
   ConnectAndGenerate("refs=climb;sep=backslash");
   EXPECT_EQ(References(Main())[0], SoiToCache() + "\\P-LINE.vgxXml");
   EXPECT_EQ(References(Main())[0].substr(0, 3), "..\\");
   EXPECT_EQ(References(Doc("P-TABLE")).back(), "..\\AssemblyLine\\P-TOP.vgxXml");
 }
 
-TEST_F(GeneratorTest, Generator_Option_DriveForm) {
+TEST_F(GeneratorTest, Option_DriveForm) {
   ConnectAndGenerate("refs=drive;sep=backslash");
   EXPECT_EQ(References(Main())[0], ZPath(cache_) + "\\P-LINE.vgxXml");
   EXPECT_EQ(References(Doc("P-TABLE")).back(), ZPath(cache_) + "\\P-TOP.vgxXml");
 }
 
-TEST_F(GeneratorTest, Generator_Option_SlashSeparator) {
+TEST_F(GeneratorTest, Option_SlashSeparator) {
   ConnectAndGenerate("refs=dot,drive;sep=slash");
   Strings refs = References(Doc("P-TABLE"));
   EXPECT_EQ(refs[0], "./P-LEG.vgxXml");
@@ -367,7 +367,7 @@ TEST_F(GeneratorTest, Generator_Option_SlashSeparator) {
   for (const std::string& ref : AllReferences()) EXPECT_FALSE(Contains(ref, "\\")) << ref;
 }
 
-TEST_F(GeneratorTest, Generator_Option_DefaultMixesEveryFormAndSeparator) {
+TEST_F(GeneratorTest, Option_DefaultMixesEveryFormAndSeparator) {
   ConnectAndGenerate();
   std::set<std::string> forms;
   bool slash = false, backslash = false;
@@ -384,7 +384,7 @@ TEST_F(GeneratorTest, Generator_Option_DefaultMixesEveryFormAndSeparator) {
   EXPECT_TRUE(backslash);
 }
 
-TEST_F(GeneratorTest, Generator_Option_UnknownFormRefusedWritingNothing) {
+TEST_F(GeneratorTest, Option_UnknownFormRefusedWritingNothing) {
   ASSERT_EQ(Connect(), S_OK);
   EXPECT_EQ(Generate("refs=rooted"), E_FAIL);
   EXPECT_EQ(log_.messages(2),
@@ -395,7 +395,7 @@ TEST_F(GeneratorTest, Generator_Option_UnknownFormRefusedWritingNothing) {
   EXPECT_FALSE(FileExists(dir_.Sub("cache")));
 }
 
-TEST_F(GeneratorTest, Generator_Option_UnknownItemRefused) {
+TEST_F(GeneratorTest, Option_UnknownItemRefused) {
   ASSERT_EQ(Connect(), S_OK);
   EXPECT_EQ(Generate("colour=red"), E_FAIL);
   EXPECT_EQ(log_.messages(2),
@@ -405,7 +405,7 @@ TEST_F(GeneratorTest, Generator_Option_UnknownItemRefused) {
                     "sep=backslash|slash|mixed)"});
 }
 
-TEST_F(GeneratorTest, Generator_Input_SelectsLists) {
+TEST_F(GeneratorTest, Input_SelectsLists) {
   ASSERT_EQ(Connect(), S_OK);
   ASSERT_EQ(Generate("", "ResourceList,PlanningContext"), S_OK);
   pugi::xml_document main = Parse(Main());
@@ -414,7 +414,7 @@ TEST_F(GeneratorTest, Generator_Input_SelectsLists) {
   EXPECT_EQ(ListDir(cache_), CacheFiles({"C-HALL", "R-HOIST", "R-NUTRUNNER", "R-ROBOT"}));
 }
 
-TEST_F(GeneratorTest, Generator_Input_UnknownListRefused) {
+TEST_F(GeneratorTest, Input_UnknownListRefused) {
   ASSERT_EQ(Connect(), S_OK);
   EXPECT_EQ(Generate("", "Products"), E_FAIL);
   EXPECT_EQ(log_.messages(2),
@@ -425,7 +425,7 @@ TEST_F(GeneratorTest, Generator_Input_UnknownListRefused) {
   EXPECT_FALSE(FileExists(soi_));
 }
 
-TEST_F(GeneratorTest, Generator_Filter_KindSelectsEntries) {
+TEST_F(GeneratorTest, Filter_KindSelectsEntries) {
   ConnectAndGenerate("", "kind=resource");
   pugi::xml_document main = Parse(Main());
   EXPECT_EQ(ChildAttributes(main.document_element(), "CLitAssyGroup", "Ident").size(), 4u);
@@ -435,7 +435,7 @@ TEST_F(GeneratorTest, Generator_Filter_KindSelectsEntries) {
   EXPECT_EQ(ListDir(cache_), CacheFiles({"R-HOIST", "R-NUTRUNNER", "R-ROBOT"}));
 }
 
-TEST_F(GeneratorTest, Generator_Filter_NamePatternIgnoresCase) {
+TEST_F(GeneratorTest, Filter_NamePatternIgnoresCase) {
   ConnectAndGenerate("", "name~\"hand*\" or oid=C-HALL");
   pugi::xml_document main = Parse(Main());
   EXPECT_EQ(ChildAttributes(List(main, "ResourceList"), "CLitAssyGroup", "Ident"),
@@ -445,7 +445,7 @@ TEST_F(GeneratorTest, Generator_Filter_NamePatternIgnoresCase) {
   EXPECT_TRUE(ChildAttributes(List(main, "ManufProd"), "CLitAssyGroup", "Ident").empty());
 }
 
-TEST_F(GeneratorTest, Generator_Filter_NotAndParentheses) {
+TEST_F(GeneratorTest, Filter_NotAndParentheses) {
   ConnectAndGenerate("", "not (kind=product or kind=context) and ident!~N*");
   pugi::xml_document main = Parse(Main());
   EXPECT_EQ(ChildAttributes(List(main, "ResourceList"), "CLitAssyGroup", "Ident"),
@@ -453,7 +453,7 @@ TEST_F(GeneratorTest, Generator_Filter_NotAndParentheses) {
   EXPECT_EQ(ChildAttributes(List(main, "ManufProd"), "CLitAssyGroup", "Ident"), Strings{"Gearbox"});
 }
 
-TEST_F(GeneratorTest, Generator_Filter_ChainOf100000TermsEvaluated) {
+TEST_F(GeneratorTest, Filter_ChainOf100000TermsEvaluated) {
   std::string chain = "kind=resource";
   for (int i = 0; i < 100000; ++i) chain += " or kind=resource";
   ConnectAndGenerate("", chain);
@@ -463,7 +463,7 @@ TEST_F(GeneratorTest, Generator_Filter_ChainOf100000TermsEvaluated) {
   EXPECT_TRUE(ChildAttributes(List(main, "ProductList"), "CLitAssyGroup", "Ident").empty());
 }
 
-TEST_F(GeneratorTest, Generator_Filter_Nesting256Evaluated) {
+TEST_F(GeneratorTest, Filter_Nesting256Evaluated) {
   ConnectAndGenerate("", std::string(256, '(') + "kind=context" + std::string(256, ')'));
   pugi::xml_document main = Parse(Main());
   EXPECT_EQ(ChildAttributes(List(main, "PlanningContext"), "CLitAssyGroup", "Ident"),
@@ -473,7 +473,7 @@ TEST_F(GeneratorTest, Generator_Filter_Nesting256Evaluated) {
 
 // ---- The bound on the objects of a package ----
 
-TEST_F(GeneratorTest, Generator_MaxObjects_DefaultIsTenMillion) {
+TEST_F(GeneratorTest, MaxObjects_DefaultIsTenMillion) {
   nomzub::SetMaxObjects(0);
   EXPECT_EQ(nomzub::MaxObjects(), 10000000u);
   EXPECT_EQ(nomzub::MaxObjects(), nomzub::kDefaultMaxObjects);
@@ -485,7 +485,7 @@ TEST_F(GeneratorTest, Generator_MaxObjects_DefaultIsTenMillion) {
 
 // The sample's structure: the line (1 + 3 stations of 14 + a conveyor of 8 = 51), three
 // resources, the gearbox (10) and the hall: 65 objects.
-TEST_F(GeneratorTest, Generator_MaxObjects_ExactCountAccepted) {
+TEST_F(GeneratorTest, MaxObjects_ExactCountAccepted) {
   ConnectAndGenerate();
   const size_t objects = CachedObjectCount();
   EXPECT_EQ(objects, 65u);
@@ -494,7 +494,7 @@ TEST_F(GeneratorTest, Generator_MaxObjects_ExactCountAccepted) {
   EXPECT_EQ(CachedObjectCount(), objects);
 }
 
-TEST_F(GeneratorTest, Generator_MaxObjects_OneBelowCountRefusedNamingProductAndLimit) {
+TEST_F(GeneratorTest, MaxObjects_OneBelowCountRefusedNamingProductAndLimit) {
   ASSERT_EQ(Connect(), S_OK);
   nomzub::SetMaxObjects(64);
   EXPECT_EQ(Generate(), E_FAIL);
@@ -508,7 +508,7 @@ TEST_F(GeneratorTest, Generator_MaxObjects_OneBelowCountRefusedNamingProductAndL
   EXPECT_EQ(CachedObjectCount(), 0u);
 }
 
-TEST_F(GeneratorTest, Generator_MaxObjects_ProductPassingAloneIsNamed) {
+TEST_F(GeneratorTest, MaxObjects_ProductPassingAloneIsNamed) {
   ASSERT_EQ(Connect(), S_OK);
   nomzub::SetMaxObjects(13);
   EXPECT_EQ(Generate(), E_FAIL);
@@ -518,7 +518,7 @@ TEST_F(GeneratorTest, Generator_MaxObjects_ProductPassingAloneIsNamed) {
                     "hold more than 13 objects (the limit), passed at product P-STATION"});
 }
 
-TEST_F(GeneratorTest, Generator_MaxObjects_OnlySelectedEntriesCounted) {
+TEST_F(GeneratorTest, MaxObjects_OnlySelectedEntriesCounted) {
   ASSERT_EQ(Connect("kind=resource"), S_OK);
   nomzub::SetMaxObjects(3);
   EXPECT_EQ(Generate(), S_OK);
@@ -528,7 +528,7 @@ TEST_F(GeneratorTest, Generator_MaxObjects_OnlySelectedEntriesCounted) {
 // 41 products, each instantiated twice below the one before: 2^41 - 1 objects, counted per
 // product rather than per object, refused where the count passes ten million (X-17 brings
 // 2^24 - 1 objects).
-TEST_F(GeneratorTest, Generator_MaxObjects_DoublingStructureRefusedWithoutExpanding) {
+TEST_F(GeneratorTest, MaxObjects_DoublingStructureRefusedWithoutExpanding) {
   ASSERT_TRUE(AddDoublingStructure(41));
   ASSERT_EQ(Connect(), S_OK);
   EXPECT_EQ(Generate(), E_FAIL);
@@ -540,7 +540,7 @@ TEST_F(GeneratorTest, Generator_MaxObjects_DoublingStructureRefusedWithoutExpand
   EXPECT_FALSE(FileExists(soi_));
 }
 
-TEST_F(GeneratorTest, Generator_MaxObjects_DoublingStructureWithinLimitExpanded) {
+TEST_F(GeneratorTest, MaxObjects_DoublingStructureWithinLimitExpanded) {
   ASSERT_TRUE(AddDoublingStructure(10));
   ASSERT_EQ(Connect("oid=X-0"), S_OK);
   nomzub::SetMaxObjects(1023);
@@ -550,7 +550,7 @@ TEST_F(GeneratorTest, Generator_MaxObjects_DoublingStructureWithinLimitExpanded)
   EXPECT_EQ(Generate(), E_FAIL);
 }
 
-TEST_F(GeneratorTest, Generator_Generate_StructureOf1000LevelsWritten) {
+TEST_F(GeneratorTest, Generate_StructureOf1000LevelsWritten) {
   std::string numbers =
       "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 1000) ";
   ASSERT_TRUE(Sql(numbers + "INSERT INTO products (project, oid, name, kind) "
@@ -573,18 +573,18 @@ TEST_F(GeneratorTest, Generator_Generate_StructureOf1000LevelsWritten) {
 
 // ---- The generator options the host may check beforehand ----
 
-TEST(GeneratorOptions, GeneratorOptions_Known_ListsRefsAndSep) {
+TEST(GeneratorOptions, Known_ListsRefsAndSep) {
   EXPECT_EQ(nomzub::KnownGeneratorOptions(),
             (Strings{"refs=relative|dot|climb|drive[,...]", "sep=backslash|slash|mixed"}));
 }
 
-TEST(GeneratorOptions, GeneratorOptions_IsKnown_EmptyAccepted) {
+TEST(GeneratorOptions, IsKnown_EmptyAccepted) {
   std::string problem = "untouched";
   EXPECT_TRUE(nomzub::IsKnownGeneratorOption("", &problem));
   EXPECT_EQ(problem, "untouched");
 }
 
-TEST(GeneratorOptions, GeneratorOptions_IsKnown_DocumentedFormsAccepted) {
+TEST(GeneratorOptions, IsKnown_DocumentedFormsAccepted) {
   for (const char* option :
        {"refs=climb,drive;sep=slash", "refs=relative", "refs=dot,dot", "sep=backslash", "sep=mixed",
         "refs=relative,dot,climb,drive;sep=mixed", "sep=slash;refs=drive"}) {
@@ -593,7 +593,7 @@ TEST(GeneratorOptions, GeneratorOptions_IsKnown_DocumentedFormsAccepted) {
   }
 }
 
-TEST(GeneratorOptions, GeneratorOptions_IsKnown_UnknownItemRefusedWithProblem) {
+TEST(GeneratorOptions, IsKnown_UnknownItemRefusedWithProblem) {
   std::string problem;
   EXPECT_FALSE(nomzub::IsKnownGeneratorOption("colour=red", &problem));
   EXPECT_EQ(problem,
@@ -601,7 +601,7 @@ TEST(GeneratorOptions, GeneratorOptions_IsKnown_UnknownItemRefusedWithProblem) {
             "sep=backslash|slash|mixed)");
 }
 
-TEST(GeneratorOptions, GeneratorOptions_IsKnown_UnknownFormRefused) {
+TEST(GeneratorOptions, IsKnown_UnknownFormRefused) {
   std::string problem;
   EXPECT_FALSE(nomzub::IsKnownGeneratorOption("refs=relative,rooted", &problem));
   EXPECT_EQ(problem,
@@ -609,13 +609,13 @@ TEST(GeneratorOptions, GeneratorOptions_IsKnown_UnknownFormRefused) {
             "drive)");
 }
 
-TEST(GeneratorOptions, GeneratorOptions_IsKnown_UnknownSeparatorRefused) {
+TEST(GeneratorOptions, IsKnown_UnknownSeparatorRefused) {
   std::string problem;
   EXPECT_FALSE(nomzub::IsKnownGeneratorOption("sep=colon", &problem));
   EXPECT_FALSE(problem.empty());
 }
 
-TEST(GeneratorOptions, GeneratorOptions_IsKnown_EmptyItemRefused) {
+TEST(GeneratorOptions, IsKnown_EmptyItemRefused) {
   std::string problem;
   EXPECT_FALSE(nomzub::IsKnownGeneratorOption("refs=dot;", &problem));
   EXPECT_EQ(problem,
@@ -624,12 +624,12 @@ TEST(GeneratorOptions, GeneratorOptions_IsKnown_EmptyItemRefused) {
   EXPECT_FALSE(nomzub::IsKnownGeneratorOption("refs=", &problem));
 }
 
-TEST(GeneratorOptions, GeneratorOptions_IsKnown_NullProblemAllowed) {
+TEST(GeneratorOptions, IsKnown_NullProblemAllowed) {
   EXPECT_FALSE(nomzub::IsKnownGeneratorOption("bogus", nullptr));
   EXPECT_TRUE(nomzub::IsKnownGeneratorOption("sep=slash", nullptr));
 }
 
-TEST_F(GeneratorTest, Generator_Option_CheckAgreesWithGeneration) {
+TEST_F(GeneratorTest, Option_CheckAgreesWithGeneration) {
   ASSERT_EQ(Connect(), S_OK);
   for (const char* option : {"", "refs=drive", "sep=slash;refs=dot", "refs=", "Refs=dot",
                              "refs=dot;;sep=slash", "sep=mixed", "x"}) {
@@ -638,7 +638,7 @@ TEST_F(GeneratorTest, Generator_Option_CheckAgreesWithGeneration) {
   }
 }
 
-TEST_F(GeneratorTest, Generator_IdentCache_EveryOccurrenceOfEveryObject) {
+TEST_F(GeneratorTest, IdentCache_EveryOccurrenceOfEveryObject) {
   ConnectAndGenerate();
   NOMOIDIdentPathsMap paths;
   ASSERT_EQ(NOMZUBVGXIdentCache::GetOIDIdentPathsMap(paths), S_OK);
@@ -659,7 +659,7 @@ TEST_F(GeneratorTest, Generator_IdentCache_EveryOccurrenceOfEveryObject) {
   EXPECT_EQ(paths["P-LEG"].size(), 12u);
 }
 
-TEST_F(GeneratorTest, Generator_IdentCache_OperationsAndProcessIdents) {
+TEST_F(GeneratorTest, IdentCache_OperationsAndProcessIdents) {
   ConnectAndGenerate();
   NOMStringMap operations, names, oids;
   NOMZUBVGXIdentCache cache;
@@ -677,7 +677,7 @@ TEST_F(GeneratorTest, Generator_IdentCache_OperationsAndProcessIdents) {
   EXPECT_EQ(oids["V10"], "OP-060");
 }
 
-TEST_F(GeneratorTest, Generator_IdentCache_FilterKeepsOnlyPackageObjects) {
+TEST_F(GeneratorTest, IdentCache_FilterKeepsOnlyPackageObjects) {
   ConnectAndGenerate("", "kind=manufactured");
   NOMOIDIdentPathsMap paths;
   NOMZUBVGXIdentCache::GetOIDIdentPathsMap(paths);
@@ -686,7 +686,7 @@ TEST_F(GeneratorTest, Generator_IdentCache_FilterKeepsOnlyPackageObjects) {
   EXPECT_EQ(keys, (Strings{"MP-GEARBOX", "P-COVER", "P-HOUSING", "P-SCREW", "P-SHAFT"}));
 }
 
-TEST_F(GeneratorTest, Generator_Generate_RegistersPackageAndObjects) {
+TEST_F(GeneratorTest, Generate_RegistersPackageAndObjects) {
   ConnectAndGenerate();
   NOMZUBVGXGen package;
   std::string main, view;
@@ -705,7 +705,7 @@ TEST_F(GeneratorTest, Generator_Generate_RegistersPackageAndObjects) {
               "\\SOI.vgxXml with 20 product documents and their geometry in " + ZPath(cache_)});
 }
 
-TEST_F(GeneratorTest, Generator_Generate_OtherPackageName) {
+TEST_F(GeneratorTest, Generate_OtherPackageName) {
   ASSERT_EQ(Connect(), S_OK);
   ASSERT_EQ(Generate("", "", "Line2"), S_OK);
   EXPECT_EQ(ListDir(soi_), (Strings{"Line2.vgxView", "Line2.vgxXml"}));
@@ -713,7 +713,7 @@ TEST_F(GeneratorTest, Generator_Generate_OtherPackageName) {
                "Line2.vgxXml");
 }
 
-TEST_F(GeneratorTest, Generator_Generate_BadNameRefused) {
+TEST_F(GeneratorTest, Generate_BadNameRefused) {
   ASSERT_EQ(Connect(), S_OK);
   EXPECT_EQ(Generate("", "", "a\\b"), E_FAIL);
   EXPECT_EQ(log_.messages(2),
@@ -723,7 +723,7 @@ TEST_F(GeneratorTest, Generator_Generate_BadNameRefused) {
   EXPECT_FALSE(FileExists(soi_));
 }
 
-TEST_F(GeneratorTest, Generator_Generate_NotConnectedLeavesNoPackage) {
+TEST_F(GeneratorTest, Generate_NotConnectedLeavesNoPackage) {
   nomzub::RegisterPackage("Z:\\elsewhere\\Old.vgxXml", "");
   nomzub::IdentCacheAddObjectPath("OLD", "ProductList/Old");
   EXPECT_EQ(Generate(), E_FAIL);
@@ -737,7 +737,7 @@ TEST_F(GeneratorTest, Generator_Generate_NotConnectedLeavesNoPackage) {
   EXPECT_FALSE(FileExists(dir_.Sub("out")));
 }
 
-TEST_F(GeneratorTest, Generator_Generate_WriteFailureLeavesNoPackage) {
+TEST_F(GeneratorTest, Generate_WriteFailureLeavesNoPackage) {
   ASSERT_EQ(Connect(), S_OK);
   nomplat::FaultInjectionEnv env(nomplat::Env::Default());
   env.FailOn(nomplat::FaultInjectionEnv::kWriteFileAtomic, 3, 112);
@@ -751,7 +751,7 @@ TEST_F(GeneratorTest, Generator_Generate_WriteFailureLeavesNoPackage) {
   EXPECT_FALSE(FileExists(Main()));
 }
 
-TEST_F(GeneratorTest, Generator_Generate_UncreatableDirectoryRefused) {
+TEST_F(GeneratorTest, Generate_UncreatableDirectoryRefused) {
   ASSERT_EQ(Connect(), S_OK);
   nomtest::WriteFile(dir_.Sub("out"), "a file where the directory should be");
   EXPECT_EQ(Generate(), E_FAIL);
@@ -760,7 +760,7 @@ TEST_F(GeneratorTest, Generator_Generate_UncreatableDirectoryRefused) {
   EXPECT_EQ(RegisteredMain(), "");
 }
 
-TEST_F(GeneratorTest, Generator_Generate_CacheInsideSoiDirectoryRefused) {
+TEST_F(GeneratorTest, Generate_CacheInsideSoiDirectoryRefused) {
   ScopedEnvVar cache("NOMZUB_CACHE", dir_.Sub("out"));
   soi_ = dir_.Sub("out/AssemblyLine");
   ASSERT_EQ(Connect(), S_OK);
@@ -771,14 +771,14 @@ TEST_F(GeneratorTest, Generator_Generate_CacheInsideSoiDirectoryRefused) {
                     soi_ + " is the SOI directory itself"});
 }
 
-TEST_F(GeneratorTest, Generator_Cache_DefaultUnderXdgCacheHome) {
+TEST_F(GeneratorTest, Cache_DefaultUnderXdgCacheHome) {
   ScopedEnvVar cache("NOMZUB_CACHE", std::nullopt);
   ScopedEnvVar xdg("XDG_CACHE_HOME", dir_.Sub("xdg"));
   ConnectAndGenerate();
   EXPECT_EQ(ListDir(dir_.Sub("xdg/nomzub/AssemblyLine")), CacheFiles(kProductOids));
 }
 
-TEST_F(GeneratorTest, Generator_Cache_DefaultUnderHome) {
+TEST_F(GeneratorTest, Cache_DefaultUnderHome) {
   ScopedEnvVar cache("NOMZUB_CACHE", std::nullopt);
   ScopedEnvVar xdg("XDG_CACHE_HOME", std::nullopt);
   ScopedEnvVar home("HOME", dir_.Sub("home"));
@@ -786,7 +786,7 @@ TEST_F(GeneratorTest, Generator_Cache_DefaultUnderHome) {
   EXPECT_EQ(ListDir(dir_.Sub("home/.cache/nomzub/AssemblyLine")), CacheFiles(kProductOids));
 }
 
-TEST_F(GeneratorTest, Generator_Cache_NoDirectoryKnownRefused) {
+TEST_F(GeneratorTest, Cache_NoDirectoryKnownRefused) {
   ScopedEnvVar cache("NOMZUB_CACHE", std::nullopt);
   ScopedEnvVar xdg("XDG_CACHE_HOME", std::nullopt);
   ScopedEnvVar home("HOME", std::nullopt);
@@ -798,14 +798,14 @@ TEST_F(GeneratorTest, Generator_Cache_NoDirectoryKnownRefused) {
                     "set NOMZUB_CACHE, XDG_CACHE_HOME or HOME"});
 }
 
-TEST_F(GeneratorTest, Generator_Generate_ReloadsProjectReleasedByCleanup) {
+TEST_F(GeneratorTest, Generate_ReloadsProjectReleasedByCleanup) {
   ASSERT_EQ(Connect(), S_OK);
   NOMZUBConnector::Instance()->Cleanup(0);
   EXPECT_EQ(Generate(), S_OK);
   EXPECT_EQ(ListDir(cache_), CacheFiles(kProductOids));
 }
 
-TEST_F(GeneratorTest, Generator_Generate_AfterFullCleanupRefused) {
+TEST_F(GeneratorTest, Generate_AfterFullCleanupRefused) {
   ASSERT_EQ(Connect(), S_OK);
   NOMZUBConnector::Instance()->Cleanup(1);
   EXPECT_EQ(Generate(), E_FAIL);
@@ -813,7 +813,7 @@ TEST_F(GeneratorTest, Generator_Generate_AfterFullCleanupRefused) {
             Strings{std::string(kError) + "cannot generate package 'SOI': no project selected"});
 }
 
-TEST_F(GeneratorTest, Generator_States_WrittenIntoOperations) {
+TEST_F(GeneratorTest, States_WrittenIntoOperations) {
   ConnectAndGenerate();
   NOMZUBApply3DStatesCmd command;
   ASSERT_EQ(command.ApplyStates(), S_OK);
@@ -829,7 +829,7 @@ TEST_F(GeneratorTest, Generator_States_WrittenIntoOperations) {
   EXPECT_EQ(ChildAttributes(op10, "ProcessIdent", "Ident"), (Strings{"V01", "V02"}));
 }
 
-TEST_F(GeneratorTest, Generator_States_SecondApplyReplacesTheFirst) {
+TEST_F(GeneratorTest, States_SecondApplyReplacesTheFirst) {
   ConnectAndGenerate();
   NOMZUBApply3DStatesCmd command;
   ASSERT_EQ(command.ApplyStates(), S_OK);
@@ -838,7 +838,7 @@ TEST_F(GeneratorTest, Generator_States_SecondApplyReplacesTheFirst) {
   EXPECT_EQ(ReadFile(Main()), once);
 }
 
-TEST_F(GeneratorTest, Generator_States_NoPackageRefused) {
+TEST_F(GeneratorTest, States_NoPackageRefused) {
   ASSERT_EQ(Connect(), S_OK);
   NOMZUBApply3DStatesCmd command;
   EXPECT_EQ(command.ApplyStates(), E_FAIL);
@@ -846,7 +846,7 @@ TEST_F(GeneratorTest, Generator_States_NoPackageRefused) {
             Strings{std::string(kError) + "cannot apply 3D states: no package has been generated"});
 }
 
-TEST_F(GeneratorTest, Generator_States_NotConnectedRefused) {
+TEST_F(GeneratorTest, States_NotConnectedRefused) {
   ConnectAndGenerate();
   NOMZUBConnector::Instance()->Disconnect(0);
   log_.clear();
@@ -857,7 +857,7 @@ TEST_F(GeneratorTest, Generator_States_NotConnectedRefused) {
       Strings{std::string(kError) + "cannot apply 3D states: not connected to a planning server"});
 }
 
-TEST_F(GeneratorTest, Generator_States_NothingToApplyLeavesDocument) {
+TEST_F(GeneratorTest, States_NothingToApplyLeavesDocument) {
   ConnectAndGenerate("", "kind=resource");
   std::string before = ReadFile(Main());
   log_.clear();
@@ -871,7 +871,7 @@ TEST_F(GeneratorTest, Generator_States_NothingToApplyLeavesDocument) {
   EXPECT_EQ(ReadFile(Main()), before);
 }
 
-TEST_F(GeneratorTest, Generator_States_MissingMainDocumentRefused) {
+TEST_F(GeneratorTest, States_MissingMainDocumentRefused) {
   ConnectAndGenerate();
   fs::remove(Main());
   log_.clear();
@@ -882,7 +882,7 @@ TEST_F(GeneratorTest, Generator_States_MissingMainDocumentRefused) {
   EXPECT_FALSE(FileExists(Main()));
 }
 
-TEST_F(GeneratorTest, Generator_States_MalformedMainDocumentKept) {
+TEST_F(GeneratorTest, States_MalformedMainDocumentKept) {
   ConnectAndGenerate();
   nomtest::WriteFile(Main(), "<VgxDocument><Process>");
   log_.clear();
@@ -894,7 +894,7 @@ TEST_F(GeneratorTest, Generator_States_MalformedMainDocumentKept) {
   EXPECT_EQ(ReadFile(Main()), "<VgxDocument><Process>");
 }
 
-TEST_F(GeneratorTest, Generator_Positions_WrittenIntoMainDocument) {
+TEST_F(GeneratorTest, Positions_WrittenIntoMainDocument) {
   ConnectAndGenerate();
   NOMZUBApplySimPositionBlobCmd command;
   ASSERT_EQ(command.ApplySimPositionBlobs(), S_OK);
@@ -908,7 +908,7 @@ TEST_F(GeneratorTest, Generator_Positions_WrittenIntoMainDocument) {
   EXPECT_EQ(ChildAttributes(positions, "Position", "Placement")[5], "1 0 0 0 1 0 0 0 1 5 0 1.5");
 }
 
-TEST_F(GeneratorTest, Generator_Positions_SecondApplyReplacesTheFirst) {
+TEST_F(GeneratorTest, Positions_SecondApplyReplacesTheFirst) {
   ConnectAndGenerate();
   NOMZUBApplySimPositionBlobCmd command;
   ASSERT_EQ(command.ApplySimPositionBlobs(), S_OK);
@@ -921,7 +921,7 @@ TEST_F(GeneratorTest, Generator_Positions_SecondApplyReplacesTheFirst) {
       6u);
 }
 
-TEST_F(GeneratorTest, Generator_Positions_OnlyObjectsOfThePackage) {
+TEST_F(GeneratorTest, Positions_OnlyObjectsOfThePackage) {
   ConnectAndGenerate("", "kind=resource");
   NOMZUBApplySimPositionBlobCmd command;
   ASSERT_EQ(command.ApplySimPositionBlobs(), S_OK);
@@ -932,7 +932,7 @@ TEST_F(GeneratorTest, Generator_Positions_OnlyObjectsOfThePackage) {
       5u);
 }
 
-TEST_F(GeneratorTest, Generator_Positions_NothingToApplyLeavesDocument) {
+TEST_F(GeneratorTest, Positions_NothingToApplyLeavesDocument) {
   ConnectAndGenerate("", "kind=context");
   std::string before = ReadFile(Main());
   log_.clear();
@@ -946,7 +946,7 @@ TEST_F(GeneratorTest, Generator_Positions_NothingToApplyLeavesDocument) {
   EXPECT_EQ(ReadFile(Main()), before);
 }
 
-TEST_F(GeneratorTest, Generator_Positions_NoPackageRefused) {
+TEST_F(GeneratorTest, Positions_NoPackageRefused) {
   ASSERT_EQ(Connect(), S_OK);
   NOMZUBApplySimPositionBlobCmd command;
   EXPECT_EQ(command.ApplySimPositionBlobs(), E_FAIL);
@@ -955,7 +955,7 @@ TEST_F(GeneratorTest, Generator_Positions_NoPackageRefused) {
                                           "generated"});
 }
 
-TEST_F(GeneratorTest, Generator_Backend_FakeReplacesAndNullRestores) {
+TEST_F(GeneratorTest, Backend_FakeReplacesAndNullRestores) {
   nomtest::FakeGenerator fake;
   fake.set_generate_result(S_FALSE);
   fake.set_states_result(E_ACCESSDENIED);
@@ -972,7 +972,7 @@ TEST_F(GeneratorTest, Generator_Backend_FakeReplacesAndNullRestores) {
                     "cannot generate package 'SOI': not connected to a planning server"});
 }
 
-TEST_F(GeneratorTest, Generator_Mapping_EveryOidWithItsIdentPaths) {
+TEST_F(GeneratorTest, Mapping_EveryOidWithItsIdentPaths) {
   ConnectAndGenerate();
   NOMSOIUtility utility;
   ASSERT_EQ(utility.GenerateMappingXML(soi_), S_OK);

@@ -23,7 +23,7 @@ class IdentCacheTest : public ::testing::Test {
 
 using Paths = std::deque<std::string>;
 
-TEST_F(IdentCacheTest, IdentCache_Empty_GettersGiveEmptyMaps) {
+TEST_F(IdentCacheTest, Empty_GettersGiveEmptyMaps) {
   NOMOIDIdentPathsMap paths;
   NOMStringMap operations, names, oids;
   EXPECT_EQ(NOMZUBVGXIdentCache::GetOIDIdentPathsMap(paths), S_OK);
@@ -36,7 +36,7 @@ TEST_F(IdentCacheTest, IdentCache_Empty_GettersGiveEmptyMaps) {
   EXPECT_THAT(oids, IsEmpty());
 }
 
-TEST_F(IdentCacheTest, IdentCache_AddObjectPath_KeepsPathsInInsertionOrder) {
+TEST_F(IdentCacheTest, AddObjectPath_KeepsPathsInInsertionOrder) {
   nomzub::IdentCacheAddObjectPath("OID2", "P/B");
   nomzub::IdentCacheAddObjectPath("OID1", "P/Z");
   nomzub::IdentCacheAddObjectPath("OID1", "P/A");
@@ -47,7 +47,7 @@ TEST_F(IdentCacheTest, IdentCache_AddObjectPath_KeepsPathsInInsertionOrder) {
               ElementsAre(Pair("OID1", Paths{"P/Z", "P/A", "P/A"}), Pair("OID2", Paths{"P/B"})));
 }
 
-TEST_F(IdentCacheTest, IdentCache_AddObject_RecordsEmptySequenceAndKeepsExistingPaths) {
+TEST_F(IdentCacheTest, AddObject_RecordsEmptySequenceAndKeepsExistingPaths) {
   nomzub::IdentCacheAddObject("OID1");
   nomzub::IdentCacheAddObjectPath("OID2", "P/B");
   nomzub::IdentCacheAddObject("OID2");
@@ -56,7 +56,7 @@ TEST_F(IdentCacheTest, IdentCache_AddObject_RecordsEmptySequenceAndKeepsExisting
   EXPECT_THAT(paths, ElementsAre(Pair("OID1", Paths{}), Pair("OID2", Paths{"P/B"})));
 }
 
-TEST_F(IdentCacheTest, IdentCache_Getter_ReplacesCallerMapContents) {
+TEST_F(IdentCacheTest, Getter_ReplacesCallerMapContents) {
   nomzub::IdentCacheAddObjectPath("OID1", "P/A");
   nomzub::IdentCacheSetOperationPath("OP1", "P/Op");
   NOMOIDIdentPathsMap paths{{"stale", {"x"}}, {"OID1", {"old"}}};
@@ -67,7 +67,7 @@ TEST_F(IdentCacheTest, IdentCache_Getter_ReplacesCallerMapContents) {
   EXPECT_THAT(operations, ElementsAre(Pair("OP1", "P/Op")));
 }
 
-TEST_F(IdentCacheTest, IdentCache_Getter_HandsOutACopy) {
+TEST_F(IdentCacheTest, Getter_HandsOutACopy) {
   nomzub::IdentCacheAddObjectPath("OID1", "P/A");
   NOMOIDIdentPathsMap first;
   NOMZUBVGXIdentCache::GetOIDIdentPathsMap(first);
@@ -78,7 +78,7 @@ TEST_F(IdentCacheTest, IdentCache_Getter_HandsOutACopy) {
   EXPECT_THAT(second, ElementsAre(Pair("OID1", Paths{"P/A"})));
 }
 
-TEST_F(IdentCacheTest, IdentCache_SetOperationPath_LastValueWins) {
+TEST_F(IdentCacheTest, SetOperationPath_LastValueWins) {
   nomzub::IdentCacheSetOperationPath("OP1", "P/Old");
   nomzub::IdentCacheSetOperationPath("OP1", "P/New");
   nomzub::IdentCacheSetOperationPath("OP0", "P/Zero");
@@ -87,7 +87,7 @@ TEST_F(IdentCacheTest, IdentCache_SetOperationPath_LastValueWins) {
   EXPECT_THAT(operations, ElementsAre(Pair("OP0", "P/Zero"), Pair("OP1", "P/New")));
 }
 
-TEST_F(IdentCacheTest, IdentCache_SetProcessIdent_FillsNameAndOidMaps) {
+TEST_F(IdentCacheTest, SetProcessIdent_FillsNameAndOidMaps) {
   nomzub::IdentCacheSetProcessIdent("V2", "Second view", "OP1");
   nomzub::IdentCacheSetProcessIdent("V1", "First view", "OP1");
   NOMStringMap names, oids;
@@ -97,7 +97,7 @@ TEST_F(IdentCacheTest, IdentCache_SetProcessIdent_FillsNameAndOidMaps) {
   EXPECT_THAT(oids, ElementsAre(Pair("V1", "OP1"), Pair("V2", "OP1")));
 }
 
-TEST_F(IdentCacheTest, IdentCache_SeparateProcessRelations_FillOneMapEach) {
+TEST_F(IdentCacheTest, SeparateProcessRelations_FillOneMapEach) {
   nomzub::IdentCacheSetProcessIdentName("V1", "");
   nomzub::IdentCacheSetProcessIdentOID("V2", "OP2");
   NOMStringMap names, oids;
@@ -107,7 +107,7 @@ TEST_F(IdentCacheTest, IdentCache_SeparateProcessRelations_FillOneMapEach) {
   EXPECT_THAT(oids, ElementsAre(Pair("V2", "OP2")));
 }
 
-TEST_F(IdentCacheTest, IdentCache_Keys_OrderedByteWiseAndCaseSensitive) {
+TEST_F(IdentCacheTest, Keys_OrderedByteWiseAndCaseSensitive) {
   nomzub::IdentCacheSetOperationPath("a", "1");
   nomzub::IdentCacheSetOperationPath("B", "2");
   nomzub::IdentCacheSetOperationPath("A", "3");
@@ -116,7 +116,7 @@ TEST_F(IdentCacheTest, IdentCache_Keys_OrderedByteWiseAndCaseSensitive) {
   EXPECT_THAT(operations, ElementsAre(Pair("A", "3"), Pair("B", "2"), Pair("a", "1")));
 }
 
-TEST_F(IdentCacheTest, IdentCache_Clear_EmptiesEveryMap) {
+TEST_F(IdentCacheTest, Clear_EmptiesEveryMap) {
   nomzub::IdentCacheAddObjectPath("OID1", "P/A");
   nomzub::IdentCacheSetOperationPath("OP1", "P/Op");
   nomzub::IdentCacheSetProcessIdent("V1", "View", "OP1");

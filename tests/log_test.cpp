@@ -87,25 +87,25 @@ class TableEnv : public nomplat::EnvWrapper {
   std::map<std::string, std::string> variables_;
 };
 
-TEST(LogFormatTest, Log_FormatRecord_RawIsLevelTabMessageNewline) {
+TEST(LogFormatTest, FormatRecord_RawIsLevelTabMessageNewline) {
   EXPECT_EQ(FormatLogRecord(LogFormat::kRaw, "Info:\t x  ", 0), "0\tInfo:\t x  \n");
   EXPECT_EQ(FormatLogRecord(LogFormat::kRaw, "Info:\t Handle MP Child Nodes ... ", 1),
             "1\tInfo:\t Handle MP Child Nodes ... \n");
 }
 
-TEST(LogFormatTest, Log_FormatRecord_RawKeepsMessageBytesExactly) {
+TEST(LogFormatTest, FormatRecord_RawKeepsMessageBytesExactly) {
   const std::string message = "a\"\\\xE9\x95\\";
   EXPECT_EQ(FormatLogRecord(LogFormat::kRaw, message, -3), "-3\t" + message + "\n");
 }
 
-TEST(LogFormatTest, Log_FormatRecord_TextIsTimestampLevelMessage) {
+TEST(LogFormatTest, FormatRecord_TextIsTimestampLevelMessage) {
   const std::string record = FormatLogRecord(LogFormat::kText, "Info:\t Nb Child Nodes: 3", 0);
   EXPECT_TRUE(std::regex_match(
       record, std::regex(std::string(kTimestamp) + " L0 Info:\t Nb Child Nodes: 3\n")))
       << record;
 }
 
-TEST(LogFormatTest, Log_FormatRecord_TextTimestampIsCurrentUtcTime) {
+TEST(LogFormatTest, FormatRecord_TextTimestampIsCurrentUtcTime) {
   const long long before = NowMs();
   const std::string record = FormatLogRecord(LogFormat::kText, "x", 2);
   const long long after = NowMs();
@@ -115,7 +115,7 @@ TEST(LogFormatTest, Log_FormatRecord_TextTimestampIsCurrentUtcTime) {
   EXPECT_EQ(record.substr(24), " L2 x\n");
 }
 
-TEST(LogFormatTest, Log_FormatRecord_JsonlHoldsTimeLevelAndMessage) {
+TEST(LogFormatTest, FormatRecord_JsonlHoldsTimeLevelAndMessage) {
   const std::string record = FormatLogRecord(LogFormat::kJsonl, "Info:\t done", 1);
   EXPECT_TRUE(
       std::regex_match(record, std::regex("\\{\"time\":\"" + std::string(kTimestamp) +
@@ -123,14 +123,14 @@ TEST(LogFormatTest, Log_FormatRecord_JsonlHoldsTimeLevelAndMessage) {
       << record;
 }
 
-TEST(LogFormatTest, Log_FormatRecord_JsonlEscapesQuotesBackslashesAndControls) {
+TEST(LogFormatTest, FormatRecord_JsonlEscapesQuotesBackslashesAndControls) {
   const std::string record =
       FormatLogRecord(LogFormat::kJsonl, std::string("a\"b\\c\td\ne\rf\x01g\x1f", 14) + '\0', 0);
   const std::string tail = record.substr(record.find(",\"level\""));
   EXPECT_EQ(tail, ",\"level\":0,\"message\":\"a\\\"b\\\\c\\td\\ne\\rf\\u0001g\\u001f\\u0000\"}\n");
 }
 
-TEST(LogFormatTest, Log_FormatRecord_JsonlReplacesInvalidUtf8) {
+TEST(LogFormatTest, FormatRecord_JsonlReplacesInvalidUtf8) {
   const UINT previous = nomplat::GetACP();
   ASSERT_TRUE(nomplat::SetACP(65001));
   const std::string record = FormatLogRecord(LogFormat::kJsonl,
@@ -142,7 +142,7 @@ TEST(LogFormatTest, Log_FormatRecord_JsonlReplacesInvalidUtf8) {
                                           "b\xEF\xBF\xBD\"}\n"));
 }
 
-TEST(LogFormatTest, Log_FormatRecord_JsonlKeepsValidUtf8) {
+TEST(LogFormatTest, FormatRecord_JsonlKeepsValidUtf8) {
   const UINT previous = nomplat::GetACP();
   ASSERT_TRUE(nomplat::SetACP(65001));
   const std::string record = FormatLogRecord(LogFormat::kJsonl, "caf\xC3\xA9 \xE2\x82\xAC", 0);
@@ -150,7 +150,7 @@ TEST(LogFormatTest, Log_FormatRecord_JsonlKeepsValidUtf8) {
   EXPECT_THAT(record, ::testing::EndsWith("\"message\":\"caf\xC3\xA9 \xE2\x82\xAC\"}\n"));
 }
 
-TEST(LogFormatTest, Log_FormatRecord_JsonlConvertsCodePageToUtf8) {
+TEST(LogFormatTest, FormatRecord_JsonlConvertsCodePageToUtf8) {
   const UINT previous = nomplat::GetACP();
   ASSERT_TRUE(nomplat::SetACP(1252));
   const std::string record = FormatLogRecord(LogFormat::kJsonl, "caf\xE9", 0);
@@ -164,32 +164,32 @@ std::string TextMessageOf(const std::string& record) {
   return space == std::string::npos ? record : record.substr(space + 1);
 }
 
-TEST(LogFormatTest, Log_FormatRecord_TextEscapesNewline) {
+TEST(LogFormatTest, FormatRecord_TextEscapesNewline) {
   const std::string record = FormatLogRecord(LogFormat::kText, "Info:\t a\n0\tforged", 0);
   EXPECT_EQ(TextMessageOf(record), "Info:\t a\\n0\tforged\n");
   EXPECT_EQ(Lines(record).size(), 1u);
 }
 
-TEST(LogFormatTest, Log_FormatRecord_RawEscapesNewline) {
+TEST(LogFormatTest, FormatRecord_RawEscapesNewline) {
   EXPECT_EQ(FormatLogRecord(LogFormat::kRaw, "Info:\t a\n0\tforged", 1),
             "1\tInfo:\t a\\n0\tforged\n");
 }
 
-TEST(LogFormatTest, Log_FormatRecord_TextEscapesCarriageReturn) {
+TEST(LogFormatTest, FormatRecord_TextEscapesCarriageReturn) {
   const std::string record = FormatLogRecord(LogFormat::kText, "a\rb\r\n", 0);
   EXPECT_EQ(TextMessageOf(record), "a\\rb\\r\\n\n");
 }
 
-TEST(LogFormatTest, Log_FormatRecord_RawEscapesCarriageReturn) {
+TEST(LogFormatTest, FormatRecord_RawEscapesCarriageReturn) {
   EXPECT_EQ(FormatLogRecord(LogFormat::kRaw, "a\rb\r\n", 0), "0\ta\\rb\\r\\n\n");
 }
 
-TEST(LogFormatTest, Log_FormatRecord_TextEscapesEscape) {
+TEST(LogFormatTest, FormatRecord_TextEscapesEscape) {
   const std::string record = FormatLogRecord(LogFormat::kText, "x\x1B[2Jy\x1B]0;t\x07", 0);
   EXPECT_EQ(TextMessageOf(record), "x\\x1B[2Jy\\x1B]0;t\\x07\n");
 }
 
-TEST(LogFormatTest, Log_FormatRecord_RawEscapesEscape) {
+TEST(LogFormatTest, FormatRecord_RawEscapesEscape) {
   EXPECT_EQ(FormatLogRecord(LogFormat::kRaw, "x\x1B[2Jy", 0), "0\tx\\x1B[2Jy\n");
 }
 
@@ -206,26 +206,26 @@ const char kOtherControlsEscaped[] =
     "\\x00\\x01\\x02\\x03\\x04\\x05\\x06\\x07\\x08\\x0B\\x0C\\x0E\\x0F\\x10\\x11\\x12\\x13"
     "\\x14\\x15\\x16\\x17\\x18\\x19\\x1A\\x1B\\x1C\\x1D\\x1E\\x1F";
 
-TEST(LogFormatTest, Log_FormatRecord_TextEscapesOtherControlsInUpperCaseHex) {
+TEST(LogFormatTest, FormatRecord_TextEscapesOtherControlsInUpperCaseHex) {
   const std::string record = FormatLogRecord(LogFormat::kText, "<" + OtherControls() + ">", 0);
   EXPECT_EQ(TextMessageOf(record), "<" + std::string(kOtherControlsEscaped) + ">\n");
 }
 
-TEST(LogFormatTest, Log_FormatRecord_RawEscapesOtherControlsInUpperCaseHex) {
+TEST(LogFormatTest, FormatRecord_RawEscapesOtherControlsInUpperCaseHex) {
   EXPECT_EQ(FormatLogRecord(LogFormat::kRaw, "<" + OtherControls() + ">", 0),
             "0\t<" + std::string(kOtherControlsEscaped) + ">\n");
 }
 
-TEST(LogFormatTest, Log_FormatRecord_TextEscapesNulInsideMessage) {
+TEST(LogFormatTest, FormatRecord_TextEscapesNulInsideMessage) {
   const std::string record = FormatLogRecord(LogFormat::kText, std::string("a\0b", 3), 0);
   EXPECT_EQ(TextMessageOf(record), "a\\x00b\n");
 }
 
-TEST(LogFormatTest, Log_FormatRecord_RawEscapesNulInsideMessage) {
+TEST(LogFormatTest, FormatRecord_RawEscapesNulInsideMessage) {
   EXPECT_EQ(FormatLogRecord(LogFormat::kRaw, std::string("a\0b", 3), 0), "0\ta\\x00b\n");
 }
 
-TEST(LogFormatTest, Log_FormatRecord_TextEscapesDelete) {
+TEST(LogFormatTest, FormatRecord_TextEscapesDelete) {
   const std::string record = FormatLogRecord(LogFormat::kText,
                                              "a\x7F"
                                              "b",
@@ -233,7 +233,7 @@ TEST(LogFormatTest, Log_FormatRecord_TextEscapesDelete) {
   EXPECT_EQ(TextMessageOf(record), "a\\x7Fb\n");
 }
 
-TEST(LogFormatTest, Log_FormatRecord_RawEscapesDelete) {
+TEST(LogFormatTest, FormatRecord_RawEscapesDelete) {
   EXPECT_EQ(FormatLogRecord(LogFormat::kRaw,
                             "a\x7F"
                             "b",
@@ -241,48 +241,48 @@ TEST(LogFormatTest, Log_FormatRecord_RawEscapesDelete) {
             "0\ta\\x7Fb\n");
 }
 
-TEST(LogFormatTest, Log_FormatRecord_TextKeepsTabs) {
+TEST(LogFormatTest, FormatRecord_TextKeepsTabs) {
   const std::string record = FormatLogRecord(LogFormat::kText, "****** ERROR:\t a\tb\t", 2);
   EXPECT_EQ(TextMessageOf(record), "****** ERROR:\t a\tb\t\n");
 }
 
-TEST(LogFormatTest, Log_FormatRecord_RawKeepsTabs) {
+TEST(LogFormatTest, FormatRecord_RawKeepsTabs) {
   EXPECT_EQ(FormatLogRecord(LogFormat::kRaw, "****** ERROR:\t a\tb\t", 2),
             "2\t****** ERROR:\t a\tb\t\n");
 }
 
-TEST(LogFormatTest, Log_FormatRecord_TextKeepsBackslashesSingle) {
+TEST(LogFormatTest, FormatRecord_TextKeepsBackslashesSingle) {
   const std::string message = "Info:\t Unable to open Document - C:\\pkg\\n\\x1B.vgxXml\\";
   const std::string record = FormatLogRecord(LogFormat::kText, message, 0);
   EXPECT_EQ(TextMessageOf(record), message + "\n");
 }
 
-TEST(LogFormatTest, Log_FormatRecord_RawKeepsBackslashesSingle) {
+TEST(LogFormatTest, FormatRecord_RawKeepsBackslashesSingle) {
   const std::string message = "Info:\t Unable to open Document - C:\\pkg\\n\\x1B.vgxXml\\";
   EXPECT_EQ(FormatLogRecord(LogFormat::kRaw, message, 0), "0\t" + message + "\n");
 }
 
-TEST(LogFormatTest, Log_FormatRecord_TextConvertsCodePage1252ToUtf8) {
+TEST(LogFormatTest, FormatRecord_TextConvertsCodePage1252ToUtf8) {
   nomplat::ScopedCodePage page(1252);
   ASSERT_TRUE(page.ok());
   const std::string record = FormatLogRecord(LogFormat::kText, "caf\xE9", 0);
   EXPECT_EQ(TextMessageOf(record), "caf\xC3\xA9\n");
 }
 
-TEST(LogFormatTest, Log_FormatRecord_RawKeepsCodePage1252Bytes) {
+TEST(LogFormatTest, FormatRecord_RawKeepsCodePage1252Bytes) {
   nomplat::ScopedCodePage page(1252);
   ASSERT_TRUE(page.ok());
   EXPECT_EQ(FormatLogRecord(LogFormat::kRaw, "caf\xE9\n", 0), "0\tcaf\xE9\\n\n");
 }
 
-TEST(LogFormatTest, Log_FormatRecord_TextConvertsBeforeEscaping1252) {
+TEST(LogFormatTest, FormatRecord_TextConvertsBeforeEscaping1252) {
   nomplat::ScopedCodePage page(1252);
   ASSERT_TRUE(page.ok());
   const std::string record = FormatLogRecord(LogFormat::kText, "\xE9\x1B\xE9", 0);
   EXPECT_EQ(TextMessageOf(record), "\xC3\xA9\\x1B\xC3\xA9\n");
 }
 
-TEST(LogFormatTest, Log_FormatRecord_TextReplacesInvalidUtf8) {
+TEST(LogFormatTest, FormatRecord_TextReplacesInvalidUtf8) {
   nomplat::ScopedCodePage page(65001);
   ASSERT_TRUE(page.ok());
   const std::string record = FormatLogRecord(LogFormat::kText,
@@ -294,14 +294,14 @@ TEST(LogFormatTest, Log_FormatRecord_TextReplacesInvalidUtf8) {
             "b\xEF\xBF\xBD\\n\xEF\xBF\xBD\xEF\xBF\xBD\n");
 }
 
-TEST(LogFormatTest, Log_FormatRecord_TextKeepsValidUtf8) {
+TEST(LogFormatTest, FormatRecord_TextKeepsValidUtf8) {
   nomplat::ScopedCodePage page(65001);
   ASSERT_TRUE(page.ok());
   const std::string record = FormatLogRecord(LogFormat::kText, "caf\xC3\xA9 \xE2\x82\xAC", 0);
   EXPECT_EQ(TextMessageOf(record), "caf\xC3\xA9 \xE2\x82\xAC\n");
 }
 
-TEST(LogFormatTest, Log_FormatRecord_RawKeepsInvalidUtf8Bytes) {
+TEST(LogFormatTest, FormatRecord_RawKeepsInvalidUtf8Bytes) {
   nomplat::ScopedCodePage page(65001);
   ASSERT_TRUE(page.ok());
   EXPECT_EQ(FormatLogRecord(LogFormat::kRaw,
@@ -312,7 +312,7 @@ TEST(LogFormatTest, Log_FormatRecord_RawKeepsInvalidUtf8Bytes) {
             "b\xC3\n");
 }
 
-TEST(LogFormatTest, Log_FormatRecord_TextReplacesInvalid932Bytes) {
+TEST(LogFormatTest, FormatRecord_TextReplacesInvalid932Bytes) {
   nomplat::ScopedCodePage page(932);
   ASSERT_TRUE(page.ok());
   // 0xA0 is no character in 932.
@@ -325,21 +325,21 @@ TEST(LogFormatTest, Log_FormatRecord_TextReplacesInvalid932Bytes) {
             "b\n");
 }
 
-TEST(LogFormatTest, Log_FormatRecord_Text932LeadByteDoesNotHideFollowingNewline) {
+TEST(LogFormatTest, FormatRecord_Text932LeadByteDoesNotHideFollowingNewline) {
   nomplat::ScopedCodePage page(932);
   ASSERT_TRUE(page.ok());
   const std::string record = FormatLogRecord(LogFormat::kText, "a\x81\nb", 0);
   EXPECT_EQ(TextMessageOf(record), "a\xEF\xBF\xBD\\nb\n");
 }
 
-TEST(LogFormatTest, Log_FormatRecord_Raw932KeepsBytesAndEscapesControls) {
+TEST(LogFormatTest, FormatRecord_Raw932KeepsBytesAndEscapesControls) {
   nomplat::ScopedCodePage page(932);
   ASSERT_TRUE(page.ok());
   EXPECT_EQ(FormatLogRecord(LogFormat::kRaw, "C:\\\x95\\\x83\x65\r", 0),
             "0\tC:\\\x95\\\x83\x65\\r\n");
 }
 
-TEST(LogFormatTest, Log_FormatRecord_JsonlStillEscapesControlsAsJson) {
+TEST(LogFormatTest, FormatRecord_JsonlStillEscapesControlsAsJson) {
   nomplat::ScopedCodePage page(65001);
   ASSERT_TRUE(page.ok());
   const std::string record = FormatLogRecord(LogFormat::kJsonl,
@@ -351,14 +351,14 @@ TEST(LogFormatTest, Log_FormatRecord_JsonlStillEscapesControlsAsJson) {
                   ",\"level\":0,\"message\":\"C:\\\\a\\n0\\tforged\\u001b\x7F\xC3\xA9\"}\n"));
 }
 
-TEST(LogFormatTest, Log_FormatRecord_Jsonl932IsConvertedOnce) {
+TEST(LogFormatTest, FormatRecord_Jsonl932IsConvertedOnce) {
   nomplat::ScopedCodePage page(932);
   ASSERT_TRUE(page.ok());
   const std::string record = FormatLogRecord(LogFormat::kJsonl, "\x83\x65\x95\\", 0);
   EXPECT_THAT(record, ::testing::EndsWith("\"message\":\"\xE3\x83\x86\xE8\xA1\xA8\"}\n"));
 }
 
-TEST(LogFormatTest, Log_ParseFormat_AcceptsTheThreeNames) {
+TEST(LogFormatTest, ParseFormat_AcceptsTheThreeNames) {
   LogFormat format = LogFormat::kText;
   EXPECT_TRUE(nomzub::ParseLogFormat("raw", &format));
   EXPECT_EQ(format, LogFormat::kRaw);
@@ -368,7 +368,7 @@ TEST(LogFormatTest, Log_ParseFormat_AcceptsTheThreeNames) {
   EXPECT_EQ(format, LogFormat::kText);
 }
 
-TEST(LogFormatTest, Log_ParseFormat_RejectsOtherNamesAndKeepsFormat) {
+TEST(LogFormatTest, ParseFormat_RejectsOtherNamesAndKeepsFormat) {
   LogFormat format = LogFormat::kRaw;
   EXPECT_FALSE(nomzub::ParseLogFormat("TEXT", &format));
   EXPECT_FALSE(nomzub::ParseLogFormat("json", &format));
@@ -376,7 +376,7 @@ TEST(LogFormatTest, Log_ParseFormat_RejectsOtherNamesAndKeepsFormat) {
   EXPECT_EQ(format, LogFormat::kRaw);
 }
 
-TEST(LogSinkTest, Log_WriteMsg_InstalledSinkReceivesMessageAndLevel) {
+TEST(LogSinkTest, WriteMsg_InstalledSinkReceivesMessageAndLevel) {
   LogCapture capture;
   NOMZUBLog::WriteMsg("Info:\t Handle Context Child Nodes ...", 1);
   NOMZUBLog::WriteMsg("", 0);
@@ -384,14 +384,14 @@ TEST(LogSinkTest, Log_WriteMsg_InstalledSinkReceivesMessageAndLevel) {
               ElementsAre(LogLine{1, "Info:\t Handle Context Child Nodes ..."}, LogLine{0, ""}));
 }
 
-TEST(LogSinkTest, Log_SetLogSink_ReturnsTheSinkItReplaces) {
+TEST(LogSinkTest, SetLogSink_ReturnsTheSinkItReplaces) {
   LogCapture outer;
   LogCapture inner;
   EXPECT_EQ(nomzub::SetLogSink(&outer), &inner);
   EXPECT_EQ(nomzub::SetLogSink(&inner), &outer);
 }
 
-TEST(LogSinkTest, Log_ServiceInfoAndError_AreLevelTwoWithPrefixes) {
+TEST(LogSinkTest, ServiceInfoAndError_AreLevelTwoWithPrefixes) {
   LogCapture capture;
   nomzub::LogServiceInfo("connected to sqlite:x.db");
   nomzub::LogServiceError("no such table: accounts");
@@ -404,14 +404,14 @@ class ThrowingSink : public nomzub::LogSink {
   void Write(const std::string&, int32_t) override { throw std::runtime_error("sink broken"); }
 };
 
-TEST(LogSinkTest, Log_WriteMsg_ThrowingSinkDoesNotReachTheCaller) {
+TEST(LogSinkTest, WriteMsg_ThrowingSinkDoesNotReachTheCaller) {
   ThrowingSink sink;
   nomzub::LogSink* previous = nomzub::SetLogSink(&sink);
   EXPECT_NO_THROW(NOMZUBLog::WriteMsg("x", 0));
   nomzub::SetLogSink(previous);
 }
 
-TEST_F(LogFileTest, Log_ConfigureLog_FileReceivesRawRecordsExactly) {
+TEST_F(LogFileTest, ConfigureLog_FileReceivesRawRecordsExactly) {
   const std::string file = dir_.Sub("run.log");
   ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
   NOMZUBLog::WriteMsg("Info:\t x  ", 0);
@@ -419,7 +419,7 @@ TEST_F(LogFileTest, Log_ConfigureLog_FileReceivesRawRecordsExactly) {
   EXPECT_EQ(ReadFile(file), "0\tInfo:\t x  \n1\tInfo:\t Handle Product Child Nodes ... Done!\n");
 }
 
-TEST_F(LogFileTest, Log_ConfigureLog_AppendsToExistingFile) {
+TEST_F(LogFileTest, ConfigureLog_AppendsToExistingFile) {
   const std::string file = dir_.Sub("run.log");
   nomtest::WriteFile(file, "earlier\n");
   ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
@@ -427,7 +427,7 @@ TEST_F(LogFileTest, Log_ConfigureLog_AppendsToExistingFile) {
   EXPECT_EQ(ReadFile(file), "earlier\n0\tlater\n");
 }
 
-TEST_F(LogFileTest, Log_ConfigureLog_TextFormatInFile) {
+TEST_F(LogFileTest, ConfigureLog_TextFormatInFile) {
   const std::string file = dir_.Sub("run.log");
   ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kText));
   NOMZUBLog::WriteMsg("Info:\t Nb Child Nodes: 3", 0);
@@ -435,7 +435,7 @@ TEST_F(LogFileTest, Log_ConfigureLog_TextFormatInFile) {
               MatchesRegex(std::string(kTimestamp) + " L0 Info:\t Nb Child Nodes: 3\n"));
 }
 
-TEST_F(LogFileTest, Log_ConfigureLog_JsonlFormatInFile) {
+TEST_F(LogFileTest, ConfigureLog_JsonlFormatInFile) {
   const std::string file = dir_.Sub("run.log");
   ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kJsonl));
   NOMZUBLog::WriteMsg("a", 0);
@@ -446,7 +446,7 @@ TEST_F(LogFileTest, Log_ConfigureLog_JsonlFormatInFile) {
   EXPECT_THAT(lines[1], ::testing::EndsWith(",\"level\":1,\"message\":\"b\\\"\"}"));
 }
 
-TEST_F(LogFileTest, Log_ConfigureLog_TextFileConverts932ToUtf8) {
+TEST_F(LogFileTest, ConfigureLog_TextFileConverts932ToUtf8) {
   const std::string file = dir_.Sub("run.log");
   ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kText));
   {
@@ -463,7 +463,7 @@ TEST_F(LogFileTest, Log_ConfigureLog_TextFileConverts932ToUtf8) {
                    "C:\\\\\xE3\x83\x86\xE3\x82\xB9\xE3\x83\x88\\\\\xE8\xA1\xA8\\.vgxXml\n"));
 }
 
-TEST_F(LogFileTest, Log_ConfigureLog_TextFileRecordWithNewlineStaysOneLine) {
+TEST_F(LogFileTest, ConfigureLog_TextFileRecordWithNewlineStaysOneLine) {
   const std::string file = dir_.Sub("run.log");
   ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kText));
   NOMZUBLog::WriteMsg("Info:\t Unable to open Document - a\n2026-01-01T00:00:00.000Z L0 forged", 2);
@@ -476,7 +476,7 @@ TEST_F(LogFileTest, Log_ConfigureLog_TextFileRecordWithNewlineStaysOneLine) {
   EXPECT_THAT(lines[1], ::testing::EndsWith(" L0 next"));
 }
 
-TEST_F(LogFileTest, Log_ConfigureLog_RawFileRecordWithNewlineStaysOneLine) {
+TEST_F(LogFileTest, ConfigureLog_RawFileRecordWithNewlineStaysOneLine) {
   const std::string file = dir_.Sub("run.log");
   ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
   NOMZUBLog::WriteMsg("Info:\t Unable to open Document - a\r\n0\tInfo:\t forged", 2);
@@ -485,7 +485,7 @@ TEST_F(LogFileTest, Log_ConfigureLog_RawFileRecordWithNewlineStaysOneLine) {
             "2\tInfo:\t Unable to open Document - a\\r\\n0\tInfo:\t forged\n0\tnext\n");
 }
 
-TEST_F(LogFileTest, Log_ConfigureLog_UnopenableFileFailsAndKeepsPreviousTarget) {
+TEST_F(LogFileTest, ConfigureLog_UnopenableFileFailsAndKeepsPreviousTarget) {
   const std::string first = dir_.Sub("first.log");
   ASSERT_TRUE(nomzub::ConfigureLog(first, LogFormat::kRaw));
   EXPECT_FALSE(nomzub::ConfigureLog(dir_.Sub("missing/dir/x.log"), LogFormat::kText));
@@ -493,14 +493,14 @@ TEST_F(LogFileTest, Log_ConfigureLog_UnopenableFileFailsAndKeepsPreviousTarget) 
   EXPECT_EQ(ReadFile(first), "0\tstill here\n");
 }
 
-TEST_F(LogFileTest, Log_ConfigureLog_DashMeansStandardError) {
+TEST_F(LogFileTest, ConfigureLog_DashMeansStandardError) {
   ASSERT_TRUE(nomzub::ConfigureLog("-", LogFormat::kRaw));
   ::testing::internal::CaptureStderr();
   NOMZUBLog::WriteMsg("to stderr", 2);
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "2\tto stderr\n");
 }
 
-TEST_F(LogFileTest, Log_Environment_NamesFileAndFormat) {
+TEST_F(LogFileTest, Environment_NamesFileAndFormat) {
   const std::string file = dir_.Sub("env.log");
   TableEnv env({{"NOMZUB_LOG", file}, {"NOMZUB_LOG_FORMAT", "raw"}});
   nomplat::ScopedEnv scoped(&env);
@@ -509,7 +509,7 @@ TEST_F(LogFileTest, Log_Environment_NamesFileAndFormat) {
   EXPECT_EQ(ReadFile(file), "0\tfrom env\n");
 }
 
-TEST_F(LogFileTest, Log_Environment_ConfigureLogOverridesIt) {
+TEST_F(LogFileTest, Environment_ConfigureLogOverridesIt) {
   const std::string env_file = dir_.Sub("env.log");
   const std::string option_file = dir_.Sub("option.log");
   TableEnv env({{"NOMZUB_LOG", env_file}, {"NOMZUB_LOG_FORMAT", "jsonl"}});
@@ -521,7 +521,7 @@ TEST_F(LogFileTest, Log_Environment_ConfigureLogOverridesIt) {
   EXPECT_FALSE(nomtest::FileExists(env_file));
 }
 
-TEST_F(LogFileTest, Log_Environment_UnsetMeansTextOnStandardError) {
+TEST_F(LogFileTest, Environment_UnsetMeansTextOnStandardError) {
   TableEnv env({});
   nomplat::ScopedEnv scoped(&env);
   nomzub::ResetLogConfiguration();
@@ -531,7 +531,7 @@ TEST_F(LogFileTest, Log_Environment_UnsetMeansTextOnStandardError) {
               MatchesRegex(std::string(kTimestamp) + " L0 Info:\t x\n"));
 }
 
-TEST_F(LogFileTest, Log_Environment_UnknownFormatIsReportedAndTextUsed) {
+TEST_F(LogFileTest, Environment_UnknownFormatIsReportedAndTextUsed) {
   const std::string file = dir_.Sub("env.log");
   TableEnv env({{"NOMZUB_LOG", file}, {"NOMZUB_LOG_FORMAT", "xml"}});
   nomplat::ScopedEnv scoped(&env);
@@ -544,7 +544,7 @@ TEST_F(LogFileTest, Log_Environment_UnknownFormatIsReportedAndTextUsed) {
                            kTimestamp + " L0 Info:\t x\n"));
 }
 
-TEST_F(LogFileTest, Log_Environment_UnopenableFileIsReportedOnStandardError) {
+TEST_F(LogFileTest, Environment_UnopenableFileIsReportedOnStandardError) {
   const std::string file = dir_.Sub("missing/env.log");
   TableEnv env({{"NOMZUB_LOG", file}, {"NOMZUB_LOG_FORMAT", "raw"}});
   nomplat::ScopedEnv scoped(&env);
@@ -557,7 +557,7 @@ TEST_F(LogFileTest, Log_Environment_UnopenableFileIsReportedOnStandardError) {
                 "0\tInfo:\t x\n");
 }
 
-TEST_F(LogFileTest, Log_WriteMsg_TwoThreadsNeverInterleaveWithinALine) {
+TEST_F(LogFileTest, WriteMsg_TwoThreadsNeverInterleaveWithinALine) {
   const std::string file = dir_.Sub("threads.log");
   ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
   constexpr int kLines = 2000;

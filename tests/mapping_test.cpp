@@ -70,20 +70,20 @@ class MappingTest : public ::testing::Test {
 
 // ---- Edge cases ----
 
-TEST_F(MappingTest, MappingXML_EmptyCache_RootWithSchemaOnlyAndZero) {
+TEST_F(MappingTest, EmptyCache_RootWithSchemaOnlyAndZero) {
   EXPECT_EQ(Generate(), S_OK);
   EXPECT_THAT(Tree(), ElementsAre(kRoot));
   EXPECT_THAT(ModuleLines(log_), ElementsAre(kIn, kOut));
 }
 
-TEST_F(MappingTest, MappingXML_EmptyIdentPathSequence_EmptyIDPath) {
+TEST_F(MappingTest, EmptyIdentPathSequence_EmptyIDPath) {
   nomzub::IdentCacheAddObject("OBJ-1");
   factory_.Add("OBJ-1", "Bracket");
   EXPECT_EQ(Generate(), S_OK);
   EXPECT_EQ(Tree(), Document({Entity("Bracket", "", "OBJ-1")}));
 }
 
-TEST_F(MappingTest, MappingXML_ThreeIdentPaths_JoinedEachFollowedByHash) {
+TEST_F(MappingTest, ThreeIdentPaths_JoinedEachFollowedByHash) {
   nomzub::IdentCacheAddObjectPath("OBJ-1", "Root/A");
   nomzub::IdentCacheAddObjectPath("OBJ-1", "Root/C");
   nomzub::IdentCacheAddObjectPath("OBJ-1", "Root/B");
@@ -92,21 +92,21 @@ TEST_F(MappingTest, MappingXML_ThreeIdentPaths_JoinedEachFollowedByHash) {
   EXPECT_EQ(Tree(), Document({Entity("Bracket", "Root/A#Root/C#Root/B#", "OBJ-1")}));
 }
 
-TEST_F(MappingTest, MappingXML_OneIdentPath_FollowedByHash) {
+TEST_F(MappingTest, OneIdentPath_FollowedByHash) {
   nomzub::IdentCacheAddObjectPath("OBJ-1", "Root/A");
   factory_.Add("OBJ-1", "Bracket");
   EXPECT_EQ(Generate(), S_OK);
   EXPECT_EQ(Tree(), Document({Entity("Bracket", "Root/A#", "OBJ-1")}));
 }
 
-TEST_F(MappingTest, MappingXML_OperationIdentPath_WrittenWithoutTrailingHash) {
+TEST_F(MappingTest, OperationIdentPath_WrittenWithoutTrailingHash) {
   nomzub::IdentCacheSetOperationPath("OP-1", "Process/Station1/OP-1");
   factory_.Add("OP-1", "Drill");
   EXPECT_EQ(Generate(), S_OK);
   EXPECT_EQ(Tree(), Document({Entity("Drill", "Process/Station1/OP-1", "OP-1")}));
 }
 
-TEST_F(MappingTest, MappingXML_OIDUnknownToFactory_NameElementPresentAndEmpty) {
+TEST_F(MappingTest, OIDUnknownToFactory_NameElementPresentAndEmpty) {
   nomzub::IdentCacheAddObjectPath("GHOST", "Root/G");
   nomzub::IdentCacheSetOperationPath("OP-GHOST", "Process/G");
   EXPECT_EQ(Generate(), S_OK);
@@ -114,7 +114,7 @@ TEST_F(MappingTest, MappingXML_OIDUnknownToFactory_NameElementPresentAndEmpty) {
             Document({Entity("", "Root/G#", "GHOST"), Entity("", "Process/G", "OP-GHOST")}));
 }
 
-TEST_F(MappingTest, MappingXML_OperationSortsBeforeObject_ObjectEntitiesStillFirst) {
+TEST_F(MappingTest, OperationSortsBeforeObject_ObjectEntitiesStillFirst) {
   nomzub::IdentCacheAddObjectPath("Z-OBJ", "Root/Z");
   nomzub::IdentCacheSetOperationPath("A-OP", "Process/A");
   factory_.Add("Z-OBJ", "Zed");
@@ -124,7 +124,7 @@ TEST_F(MappingTest, MappingXML_OperationSortsBeforeObject_ObjectEntitiesStillFir
             Document({Entity("Zed", "Root/Z#", "Z-OBJ"), Entity("Assemble", "Process/A", "A-OP")}));
 }
 
-TEST_F(MappingTest, MappingXML_KeysDifferingOnlyInCase_DistinctUpperCaseFirst) {
+TEST_F(MappingTest, KeysDifferingOnlyInCase_DistinctUpperCaseFirst) {
   nomzub::IdentCacheAddObjectPath("a", "Root/lower");
   nomzub::IdentCacheAddObjectPath("B", "Root/upper");
   nomzub::IdentCacheAddObjectPath("b", "Root/lower-b");
@@ -136,7 +136,7 @@ TEST_F(MappingTest, MappingXML_KeysDifferingOnlyInCase_DistinctUpperCaseFirst) {
                               Entity("", "Process/lower", "op1")}));
 }
 
-TEST_F(MappingTest, MappingXML_OperationWithoutProcessIdents_ThreeChildrenNoView) {
+TEST_F(MappingTest, OperationWithoutProcessIdents_ThreeChildrenNoView) {
   nomzub::IdentCacheSetOperationPath("OP-1", "Process/OP-1");
   nomzub::IdentCacheSetProcessIdent("V1", "Front", "OP-2");
   factory_.Add("OP-1", "Drill");
@@ -144,7 +144,7 @@ TEST_F(MappingTest, MappingXML_OperationWithoutProcessIdents_ThreeChildrenNoView
   EXPECT_EQ(Tree(), Document({Entity("Drill", "Process/OP-1", "OP-1")}));
 }
 
-TEST_F(MappingTest, MappingXML_ProcessIdentsAllWithoutName_NoView) {
+TEST_F(MappingTest, ProcessIdentsAllWithoutName_NoView) {
   nomzub::IdentCacheSetOperationPath("OP-1", "Process/OP-1");
   nomzub::IdentCacheSetProcessIdentOID("V1", "OP-1");
   nomzub::IdentCacheSetProcessIdentOID("V2", "OP-1");
@@ -152,7 +152,7 @@ TEST_F(MappingTest, MappingXML_ProcessIdentsAllWithoutName_NoView) {
   EXPECT_EQ(Tree(), Document({Entity("", "Process/OP-1", "OP-1")}));
 }
 
-TEST_F(MappingTest, MappingXML_DirectoryCannotBeWritten_StillZeroAndBothLines) {
+TEST_F(MappingTest, DirectoryCannotBeWritten_StillZeroAndBothLines) {
   nomzub::IdentCacheAddObjectPath("OBJ-1", "Root/A");
   const std::string missing = dir_.Sub("no/such/dir");
   EXPECT_EQ(utility_.GenerateMappingXML(ZPath(missing)), S_OK);
@@ -162,7 +162,7 @@ TEST_F(MappingTest, MappingXML_DirectoryCannotBeWritten_StillZeroAndBothLines) {
 
 // ---- Failure injection ----
 
-TEST_F(MappingTest, MappingXML_CreateDocumentFails_ItsCodeOnlyEntryLineNoFile) {
+TEST_F(MappingTest, CreateDocumentFails_ItsCodeOnlyEntryLineNoFile) {
   nomzub::IdentCacheAddObjectPath("OBJ-1", "Root/A");
   nomtest::RecordingDomHook dom;
   const HRESULT code = static_cast<HRESULT>(0x80070020u);
@@ -174,7 +174,7 @@ TEST_F(MappingTest, MappingXML_CreateDocumentFails_ItsCodeOnlyEntryLineNoFile) {
   EXPECT_THAT(dom.Arguments(DomCall::kCreateRootNode), IsEmpty());
 }
 
-TEST_F(MappingTest, MappingXML_NoRootElement_EFailOnlyEntryLineNoFile) {
+TEST_F(MappingTest, NoRootElement_EFailOnlyEntryLineNoFile) {
   nomzub::IdentCacheAddObjectPath("OBJ-1", "Root/A");
   nomtest::RecordingDomHook dom;
   dom.FailAll(DomCall::kCreateRootNode, E_OUTOFMEMORY);
@@ -185,7 +185,7 @@ TEST_F(MappingTest, MappingXML_NoRootElement_EFailOnlyEntryLineNoFile) {
   EXPECT_THAT(dom.Arguments(DomCall::kSaveDoc), IsEmpty());
 }
 
-TEST_F(MappingTest, MappingXML_ObjectEntityCannotBeCreated_SkippedSilently) {
+TEST_F(MappingTest, ObjectEntityCannotBeCreated_SkippedSilently) {
   for (const char* oid : {"A", "B", "C"}) {
     nomzub::IdentCacheAddObjectPath(oid, std::string("Root/") + oid);
     factory_.Add(oid, std::string("Name-") + oid);
@@ -198,7 +198,7 @@ TEST_F(MappingTest, MappingXML_ObjectEntityCannotBeCreated_SkippedSilently) {
   EXPECT_THAT(factory_.requested_ids(), ElementsAre("A", "C"));
 }
 
-TEST_F(MappingTest, MappingXML_OperationEntityCannotBeCreated_SkippedOthersKeepViews) {
+TEST_F(MappingTest, OperationEntityCannotBeCreated_SkippedOthersKeepViews) {
   nomzub::IdentCacheAddObjectPath("A", "Root/A");
   nomzub::IdentCacheSetOperationPath("OP1", "Process/OP1");
   nomzub::IdentCacheSetOperationPath("OP2", "Process/OP2");
@@ -212,7 +212,7 @@ TEST_F(MappingTest, MappingXML_OperationEntityCannotBeCreated_SkippedOthersKeepV
   EXPECT_THAT(ModuleLines(log_), ElementsAre(kIn, kOut));
 }
 
-TEST_F(MappingTest, MappingXML_ViewCannotBeCreated_SkippedNextViewWritten) {
+TEST_F(MappingTest, ViewCannotBeCreated_SkippedNextViewWritten) {
   nomzub::IdentCacheSetOperationPath("OP1", "Process/OP1");
   nomzub::IdentCacheSetProcessIdent("V1", "Front", "OP1");
   nomzub::IdentCacheSetProcessIdent("V2", "Side", "OP1");
@@ -222,7 +222,7 @@ TEST_F(MappingTest, MappingXML_ViewCannotBeCreated_SkippedNextViewWritten) {
   EXPECT_EQ(Tree(), Document({Entity("", "Process/OP1", "OP1", {{"V2", "Side"}})}));
 }
 
-TEST_F(MappingTest, MappingXML_NameChildCannotBeCreated_EntityWithoutName) {
+TEST_F(MappingTest, NameChildCannotBeCreated_EntityWithoutName) {
   nomzub::IdentCacheAddObjectPath("A", "Root/A");
   nomzub::IdentCacheAddObjectPath("B", "Root/B");
   factory_.Add("A", "Alpha");
@@ -237,7 +237,7 @@ TEST_F(MappingTest, MappingXML_NameChildCannotBeCreated_EntityWithoutName) {
   EXPECT_THAT(ModuleLines(log_), ElementsAre(kIn, kOut));
 }
 
-TEST_F(MappingTest, MappingXML_FactoryMissing_EveryNameEmpty) {
+TEST_F(MappingTest, FactoryMissing_EveryNameEmpty) {
   nomzub::IdentCacheAddObjectPath("A", "Root/A");
   nomzub::IdentCacheSetOperationPath("OP1", "Process/OP1");
   factory_.Add("A", "Alpha");
@@ -249,7 +249,7 @@ TEST_F(MappingTest, MappingXML_FactoryMissing_EveryNameEmpty) {
   EXPECT_THAT(factory_.requested_ids(), IsEmpty());
 }
 
-TEST_F(MappingTest, MappingXML_SchemaAttributeCannotBeWritten_StillZero) {
+TEST_F(MappingTest, SchemaAttributeCannotBeWritten_StillZero) {
   nomzub::IdentCacheAddObjectPath("A", "Root/A");
   nomtest::RecordingDomHook dom;
   dom.FailNth(DomCall::kAddAttribute, "Schema", 1, E_FAIL);
@@ -262,7 +262,7 @@ TEST_F(MappingTest, MappingXML_SchemaAttributeCannotBeWritten_StillZero) {
 
 // ---- The document as a whole ----
 
-TEST_F(MappingTest, MappingXML_ObjectsAndOperationsWithViews_ExactTree) {
+TEST_F(MappingTest, ObjectsAndOperationsWithViews_ExactTree) {
   nomzub::IdentCacheAddObjectPath("PRD-2", "Root/Frame/Bolt.1");
   nomzub::IdentCacheAddObjectPath("PRD-2", "Root/Frame/Bolt.2");
   nomzub::IdentCacheAddObjectPath("PRD-1", "Root/Frame");
@@ -286,7 +286,7 @@ TEST_F(MappingTest, MappingXML_ObjectsAndOperationsWithViews_ExactTree) {
   EXPECT_THAT(ModuleLines(log_), ElementsAre(kIn, kOut));
 }
 
-TEST_F(MappingTest, MappingXML_TwoNamedViewsCachedInReverse_AscendingProcessIdent) {
+TEST_F(MappingTest, TwoNamedViewsCachedInReverse_AscendingProcessIdent) {
   nomzub::IdentCacheSetOperationPath("OP1", "Process/OP1");
   nomzub::IdentCacheSetProcessIdent("V2", "Second", "OP1");
   nomzub::IdentCacheSetProcessIdent("V1", "First", "OP1");
@@ -295,14 +295,14 @@ TEST_F(MappingTest, MappingXML_TwoNamedViewsCachedInReverse_AscendingProcessIden
             Document({Entity("", "Process/OP1", "OP1", {{"V1", "First"}, {"V2", "Second"}})}));
 }
 
-TEST_F(MappingTest, MappingXML_ProcessIdentOfAnObjectOID_NoViewOnObjectEntity) {
+TEST_F(MappingTest, ProcessIdentOfAnObjectOID_NoViewOnObjectEntity) {
   nomzub::IdentCacheAddObjectPath("A", "Root/A");
   nomzub::IdentCacheSetProcessIdent("V1", "Front", "A");
   EXPECT_EQ(Generate(), S_OK);
   EXPECT_EQ(Tree(), Document({Entity("", "Root/A#", "A")}));
 }
 
-TEST_F(MappingTest, MappingXML_OIDInBothMaps_TwoEntities) {
+TEST_F(MappingTest, OIDInBothMaps_TwoEntities) {
   nomzub::IdentCacheAddObjectPath("X", "Root/X");
   nomzub::IdentCacheSetOperationPath("X", "Process/X");
   factory_.Add("X", "Twin");
@@ -310,7 +310,7 @@ TEST_F(MappingTest, MappingXML_OIDInBothMaps_TwoEntities) {
   EXPECT_EQ(Tree(), Document({Entity("Twin", "Root/X#", "X"), Entity("Twin", "Process/X", "X")}));
 }
 
-TEST_F(MappingTest, MappingXML_NamesAskedPerEntity_WithNullOutPointer) {
+TEST_F(MappingTest, NamesAskedPerEntity_WithNullOutPointer) {
   nomzub::IdentCacheAddObjectPath("B", "Root/B");
   nomzub::IdentCacheAddObjectPath("A", "Root/A");
   nomzub::IdentCacheSetOperationPath("OP1", "Process/OP1");
@@ -319,14 +319,14 @@ TEST_F(MappingTest, MappingXML_NamesAskedPerEntity_WithNullOutPointer) {
   EXPECT_TRUE(factory_.out_pointers_were_null());
 }
 
-TEST_F(MappingTest, MappingXML_SavedOnceAsDirectoryBackslashMappingXml) {
+TEST_F(MappingTest, SavedOnceAsDirectoryBackslashMappingXml) {
   nomtest::RecordingDomHook dom;
   EXPECT_EQ(Generate(), S_OK);
   EXPECT_THAT(dom.Arguments(DomCall::kSaveDoc), ElementsAre(ZPath(dir_.path()) + "\\Mapping.xml"));
   EXPECT_THAT(dom.Arguments(DomCall::kCreateRootNode), ElementsAre("Root"));
 }
 
-TEST_F(MappingTest, MappingXML_AfterCall_StaticMapsHoldTheCacheContents) {
+TEST_F(MappingTest, AfterCall_StaticMapsHoldTheCacheContents) {
   nomzub::IdentCacheAddObjectPath("A", "Root/A1");
   nomzub::IdentCacheAddObjectPath("A", "Root/A2");
   nomzub::IdentCacheSetOperationPath("OP1", "Process/OP1");
@@ -339,7 +339,7 @@ TEST_F(MappingTest, MappingXML_AfterCall_StaticMapsHoldTheCacheContents) {
   EXPECT_EQ(operations.at("OP1"), "Process/OP1");
 }
 
-TEST_F(MappingTest, MappingXML_ValuesNeedingEscapes_WrittenEscapedReadBackUnchanged) {
+TEST_F(MappingTest, ValuesNeedingEscapes_WrittenEscapedReadBackUnchanged) {
   nomzub::IdentCacheAddObjectPath("O&1", "Root/<A>#");
   factory_.Add("O&1", "Nut & \"Bolt\" <M8>");
   EXPECT_EQ(Generate(), S_OK);
@@ -351,7 +351,7 @@ TEST_F(MappingTest, MappingXML_ValuesNeedingEscapes_WrittenEscapedReadBackUnchan
 
 // ---- Code pages ----
 
-TEST_F(MappingTest, MappingXML_CodePage1252_ByteE9BecomesUE9InUtf8File) {
+TEST_F(MappingTest, CodePage1252_ByteE9BecomesUE9InUtf8File) {
   nomtest::ScopedCodePage cp(1252);
   ASSERT_TRUE(cp.ok());
   nomzub::IdentCacheAddObjectPath("OID-\xE9", "Root/Caf\xE9");
@@ -363,7 +363,7 @@ TEST_F(MappingTest, MappingXML_CodePage1252_ByteE9BecomesUE9InUtf8File) {
   EXPECT_THAT(raw, ::testing::Not(HasSubstr("Caf\xE9<")));
 }
 
-TEST_F(MappingTest, MappingXML_CodePage932_DoubleByteNameSurvivesRoundTrip) {
+TEST_F(MappingTest, CodePage932_DoubleByteNameSurvivesRoundTrip) {
   nomtest::ScopedCodePage cp(932);
   ASSERT_TRUE(cp.ok());
   // "Test" in katakana followed by the kanji for "table", whose trail byte is 0x5C.
@@ -376,7 +376,7 @@ TEST_F(MappingTest, MappingXML_CodePage932_DoubleByteNameSurvivesRoundTrip) {
   EXPECT_EQ(nomplat::Utf8ToAcp(utf8), name);
 }
 
-TEST_F(MappingTest, MappingXML_CodePage932_SingleByteA1SortsBefore8140) {
+TEST_F(MappingTest, CodePage932_SingleByteA1SortsBefore8140) {
   nomtest::ScopedCodePage cp(932);
   ASSERT_TRUE(cp.ok());
   nomzub::IdentCacheAddObjectPath("\x81\x40", "Root/Space");

@@ -97,7 +97,7 @@ class OdtDriverTest : public ::testing::Test {
 
 // ---- Edge cases ----
 
-TEST_F(OdtDriverTest, Odt_InputDirectorySet_LinesNameItAndPackageOpenedAndSavedThere) {
+TEST_F(OdtDriverTest, InputDirectorySet_LinesNameItAndPackageOpenedAndSavedThere) {
   WritePackage({});
   nomtest::RecordingDomHook dom;
   Run(false, false);
@@ -109,7 +109,7 @@ TEST_F(OdtDriverTest, Odt_InputDirectorySet_LinesNameItAndPackageOpenedAndSavedT
                   {Prologue(InputDir()), {kRelativeStart, kRelativeDone, kMappingSkipped, kOut}})));
 }
 
-TEST_F(OdtDriverTest, Odt_InputDirectoryWithForwardSlashes_LineKeepsThemPathGetsBackslashes) {
+TEST_F(OdtDriverTest, InputDirectoryWithForwardSlashes_LineKeepsThemPathGetsBackslashes) {
   WritePackage({});
   const std::string slashed = input_.path();  // a native path: "/tmp/..."
   nomtest::ScopedEnvVar env("ADL_ODT_IN", slashed);
@@ -126,7 +126,7 @@ TEST_F(OdtDriverTest, Odt_InputDirectoryWithForwardSlashes_LineKeepsThemPathGets
   EXPECT_EQ(ModuleLines(log_).at(4), OutputLine());
 }
 
-TEST_F(OdtDriverTest, Odt_LightMode_NothingOpenedLightLineAndRelativePathLines) {
+TEST_F(OdtDriverTest, LightMode_NothingOpenedLightLineAndRelativePathLines) {
   WritePackage(kFourEmptyGroups);
   const std::string before = nomtest::ReadFile(Extracted("SOI.vgxXml"));
   nomtest::RecordingDomHook dom;
@@ -141,7 +141,7 @@ TEST_F(OdtDriverTest, Odt_LightMode_NothingOpenedLightLineAndRelativePathLines) 
   EXPECT_EQ(nomtest::ReadFile(Extracted("SOI.vgxXml")), before);
 }
 
-TEST_F(OdtDriverTest, Odt_PackageWithoutManufProd_ItsLinesMissingOthersInOrder) {
+TEST_F(OdtDriverTest, PackageWithoutManufProd_ItsLinesMissingOthersInOrder) {
   WritePackage({{"PlanningContext", {}}, {"ResourceList", {}}, {"ProductList", {}}});
   Run(false, false);
   EXPECT_THAT(ModuleLines(log_),
@@ -152,7 +152,7 @@ TEST_F(OdtDriverTest, Odt_PackageWithoutManufProd_ItsLinesMissingOthersInOrder) 
                            kRelativeStart, kRelativeDone, kMappingSkipped, kOut}})));
 }
 
-TEST_F(OdtDriverTest, Odt_AllFourGroups_LinesAtLevelZeroInFixedOrder) {
+TEST_F(OdtDriverTest, AllFourGroups_LinesAtLevelZeroInFixedOrder) {
   WritePackage(kFourEmptyGroups);
   Run(false, false);
   EXPECT_THAT(ModuleLines(log_),
@@ -163,7 +163,7 @@ TEST_F(OdtDriverTest, Odt_AllFourGroups_LinesAtLevelZeroInFixedOrder) {
                     kContextAfter, kRelativeStart, kRelativeDone, kMappingSkipped, kOut}})));
 }
 
-TEST_F(OdtDriverTest, Odt_GenerateMappingFalse_SkipLineAndNoMappingFile) {
+TEST_F(OdtDriverTest, GenerateMappingFalse_SkipLineAndNoMappingFile) {
   WritePackage({});
   nomtest::RecordingDomHook dom;
   Run(false, false);
@@ -172,7 +172,7 @@ TEST_F(OdtDriverTest, Odt_GenerateMappingFalse_SkipLineAndNoMappingFile) {
   EXPECT_THAT(dom.Arguments(DomCall::kCreateDocument), IsEmpty());
 }
 
-TEST_F(OdtDriverTest, Odt_PositionMode3DStates_HasNoEffect) {
+TEST_F(OdtDriverTest, PositionMode3DStates_HasNoEffect) {
   WritePackage(kFourEmptyGroups);
   Run(false, false, "3D_States");
   const std::vector<LogLine> withStates = ModuleLines(log_);
@@ -184,7 +184,7 @@ TEST_F(OdtDriverTest, Odt_PositionMode3DStates_HasNoEffect) {
 
 // ---- Further behaviour ----
 
-TEST_F(OdtDriverTest, Odt_GenerateMappingTrue_MappingWrittenIntoOutputDirectory) {
+TEST_F(OdtDriverTest, GenerateMappingTrue_MappingWrittenIntoOutputDirectory) {
   WritePackage({});
   nomtest::RecordingDomHook dom;
   Run(false, true);
@@ -197,7 +197,7 @@ TEST_F(OdtDriverTest, Odt_GenerateMappingTrue_MappingWrittenIntoOutputDirectory)
               ElementsAre(InputDir() + kExtractDir + "\\SOI.vgxXml", Soi() + "\\Mapping.xml"));
 }
 
-TEST_F(OdtDriverTest, Odt_MappingFails_OnlyErrorLineOfTheDriver) {
+TEST_F(OdtDriverTest, MappingFails_OnlyErrorLineOfTheDriver) {
   WritePackage({});
   nomtest::RecordingDomHook dom;
   dom.FailAll(DomCall::kCreateDocument, E_ACCESSDENIED);
@@ -207,7 +207,7 @@ TEST_F(OdtDriverTest, Odt_MappingFails_OnlyErrorLineOfTheDriver) {
                                                            kMappingIn, kMappingFailed, kOut}})));
 }
 
-TEST_F(OdtDriverTest, Odt_LightModeWithMapping_MappingStillWritten) {
+TEST_F(OdtDriverTest, LightModeWithMapping_MappingStillWritten) {
   Run(true, true);
   EXPECT_THAT(ModuleLines(log_),
               ElementsAreArray(Concat(
@@ -216,7 +216,7 @@ TEST_F(OdtDriverTest, Odt_LightModeWithMapping_MappingStillWritten) {
   EXPECT_TRUE(nomtest::FileExists(soi_.Sub("Mapping.xml")));
 }
 
-TEST_F(OdtDriverTest, Odt_OutputDirectoryWithSlashes_PassedOnAsGiven) {
+TEST_F(OdtDriverTest, OutputDirectoryWithSlashes_PassedOnAsGiven) {
   WritePackage({});
   nomtest::RecordingDomHook dom;
   const std::string soi = soi_.path();  // native, with "/"
@@ -227,7 +227,7 @@ TEST_F(OdtDriverTest, Odt_OutputDirectoryWithSlashes_PassedOnAsGiven) {
   EXPECT_TRUE(nomtest::FileExists(soi_.Sub("Mapping.xml")));
 }
 
-TEST_F(OdtDriverTest, Odt_InputVariableUnset_InputDirectoryIsTheFolderAloneNoError) {
+TEST_F(OdtDriverTest, InputVariableUnset_InputDirectoryIsTheFolderAloneNoError) {
   nomtest::ScopedEnvVar env("ADL_ODT_IN", std::nullopt);
   nomtest::RecordingDomHook dom;
   Run(false, false);
@@ -238,13 +238,13 @@ TEST_F(OdtDriverTest, Odt_InputVariableUnset_InputDirectoryIsTheFolderAloneNoErr
               ElementsAre(std::string(kExtractDir) + "\\SOI.vgxXml"));
 }
 
-TEST_F(OdtDriverTest, Odt_InputVariableEmpty_SameAsUnset) {
+TEST_F(OdtDriverTest, InputVariableEmpty_SameAsUnset) {
   nomtest::ScopedEnvVar env("ADL_ODT_IN", "");
   Run(true, false);
   EXPECT_EQ(ModuleLines(log_).at(3), InputLine(""));
 }
 
-TEST_F(OdtDriverTest, Odt_ExtractSuffixFromAssignedObject_AppendedWithoutSeparator) {
+TEST_F(OdtDriverTest, ExtractSuffixFromAssignedObject_AppendedWithoutSeparator) {
   WritePackage({});
   NOMSOIUtility carrier;
   NOMSOIUtilityTestPeer(carrier).ExtractDirSuffix() = "_B";
@@ -257,14 +257,14 @@ TEST_F(OdtDriverTest, Odt_ExtractSuffixFromAssignedObject_AppendedWithoutSeparat
               ElementsAre(InputDir() + kExtractDir + "_B\\SOI.vgxXml"));
 }
 
-TEST_F(OdtDriverTest, Odt_MissingPackage_NoGroupLinesAndNoError) {
+TEST_F(OdtDriverTest, MissingPackage_NoGroupLinesAndNoError) {
   Run(false, false);
   EXPECT_THAT(ModuleLines(log_),
               ElementsAreArray(Concat(
                   {Prologue(InputDir()), {kRelativeStart, kRelativeDone, kMappingSkipped, kOut}})));
 }
 
-TEST_F(OdtDriverTest, Odt_MainDocumentCannotBeSaved_NotReported) {
+TEST_F(OdtDriverTest, MainDocumentCannotBeSaved_NotReported) {
   WritePackage({{"ProductList", {}}});
   nomtest::RecordingDomHook dom;
   dom.FailAll(DomCall::kSaveDoc, E_ACCESSDENIED);
@@ -275,7 +275,7 @@ TEST_F(OdtDriverTest, Odt_MainDocumentCannotBeSaved_NotReported) {
                                         kRelativeDone, kMappingSkipped, kOut}})));
 }
 
-TEST_F(OdtDriverTest, Odt_LightModeWithEarlierCopies_RelativePathsStillUpdated) {
+TEST_F(OdtDriverTest, LightModeWithEarlierCopies_RelativePathsStillUpdated) {
   nomtest::WriteFile(soi_.Sub("Earlier.vgxXml"),
                      nomtest::AssemblyDocument({"..\\Geo\\Part.vgxXml", "C:/Lib/Bolt.vgxXml"}));
   NOMSOIUtilityTestPeer(utility_).CopiedXmlFiles() = {Soi() + "\\Earlier.vgxXml"};
@@ -286,7 +286,7 @@ TEST_F(OdtDriverTest, Odt_LightModeWithEarlierCopies_RelativePathsStillUpdated) 
               ElementsAre(Soi() + "\\Earlier.vgxXml"));
 }
 
-TEST_F(OdtDriverTest, Odt_ProductReferenced_CopiedListedAndMainDocumentAttributeKept) {
+TEST_F(OdtDriverTest, ProductReferenced_CopiedListedAndMainDocumentAttributeKept) {
   nomtest::WriteProduct(input_.Sub("NOMZUBVGXExtractTest"), "Part");
   WritePackage({{"ProductList", {"./Part.vgxXml"}}});
   Run(false, false);
@@ -303,7 +303,7 @@ TEST_F(OdtDriverTest, Odt_ProductReferenced_CopiedListedAndMainDocumentAttribute
                            kRelativeStart, kRelativeDone, kMappingSkipped, kOut}})));
 }
 
-TEST_F(OdtDriverTest, Odt_SecondRun_RevisitsEntriesOfTheFirst) {
+TEST_F(OdtDriverTest, SecondRun_RevisitsEntriesOfTheFirst) {
   nomtest::WriteProduct(input_.Sub("NOMZUBVGXExtractTest"), "Part");
   WritePackage({{"ProductList", {"Part.vgxXml"}}});
   Run(false, false);

@@ -13,13 +13,13 @@ class PackageHandlesTest : public ::testing::Test {
   ~PackageHandlesTest() override { nomzub::ClearPackage(); }
 };
 
-TEST_F(PackageHandlesTest, PackageHandles_NothingRegistered_NoMainAndNoView) {
+TEST_F(PackageHandlesTest, NothingRegistered_NoMainAndNoView) {
   NOMZUBVGXGen gen;
   EXPECT_EQ(gen.GetMainVgxXmlFile(), nullptr);
   EXPECT_EQ(gen.GetMainVgxViewFile(), nullptr);
 }
 
-TEST_F(PackageHandlesTest, PackageHandles_Registered_GivesBothPaths) {
+TEST_F(PackageHandlesTest, Registered_GivesBothPaths) {
   nomzub::RegisterPackage("Z:\\out\\SOI.vgxXml", "Z:\\out\\SOI.vgxView");
   NOMZUBVGXGen gen;
   ASSERT_NE(gen.GetMainVgxXmlFile(), nullptr);
@@ -31,14 +31,14 @@ TEST_F(PackageHandlesTest, PackageHandles_Registered_GivesBothPaths) {
   EXPECT_EQ(view, "Z:\\out\\SOI.vgxView");
 }
 
-TEST_F(PackageHandlesTest, PackageHandles_EmptyViewPath_NoViewFile) {
+TEST_F(PackageHandlesTest, EmptyViewPath_NoViewFile) {
   nomzub::RegisterPackage("Z:\\out\\SOI.vgxXml", "");
   NOMZUBVGXGen gen;
   EXPECT_NE(gen.GetMainVgxXmlFile(), nullptr);
   EXPECT_EQ(gen.GetMainVgxViewFile(), nullptr);
 }
 
-TEST_F(PackageHandlesTest, PackageHandles_EmptyMainPath_MainFileWithEmptyPath) {
+TEST_F(PackageHandlesTest, EmptyMainPath_MainFileWithEmptyPath) {
   nomzub::RegisterPackage("", "");
   NOMZUBVGXGen gen;
   ASSERT_NE(gen.GetMainVgxXmlFile(), nullptr);
@@ -47,7 +47,7 @@ TEST_F(PackageHandlesTest, PackageHandles_EmptyMainPath_MainFileWithEmptyPath) {
   EXPECT_EQ(main, "");
 }
 
-TEST_F(PackageHandlesTest, PackageHandles_Handle_KeepsPackageOfItsConstruction) {
+TEST_F(PackageHandlesTest, Handle_KeepsPackageOfItsConstruction) {
   nomzub::RegisterPackage("Z:\\a\\SOI.vgxXml", "Z:\\a\\SOI.vgxView");
   NOMZUBVGXGen first;
   nomzub::RegisterPackage("Z:\\b\\SOI.vgxXml", "");
@@ -61,7 +61,7 @@ TEST_F(PackageHandlesTest, PackageHandles_Handle_KeepsPackageOfItsConstruction) 
   EXPECT_EQ(second.GetMainVgxViewFile(), nullptr);
 }
 
-TEST_F(PackageHandlesTest, PackageHandles_Clear_FreshHandleHasNoMain) {
+TEST_F(PackageHandlesTest, Clear_FreshHandleHasNoMain) {
   nomzub::RegisterPackage("Z:\\a\\SOI.vgxXml", "Z:\\a\\SOI.vgxView");
   NOMZUBVGXGen before;
   nomzub::ClearPackage();

@@ -414,7 +414,7 @@ TEST(CodePage, DefaultACP_AsciiLocaleIs65001) {
   EXPECT_EQ(65001u, DefaultACP());
 }
 
-TEST(CodePage, CodePageOfCodeset_LocaleNamesToWindowsNumbers) {
+TEST(CodePage, LocaleNamesToWindowsNumbers) {
   EXPECT_EQ(65001u, CodePageOfCodeset("UTF-8"));
   EXPECT_EQ(65001u, CodePageOfCodeset("ANSI_X3.4-1968"));
   EXPECT_EQ(932u, CodePageOfCodeset("SHIFT_JIS"));

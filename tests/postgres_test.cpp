@@ -88,7 +88,7 @@ std::string PostgresTest::start_error_;
 bool PostgresTest::skip_ = false;
 int PostgresTest::databases_ = 0;
 
-TEST_F(PostgresTest, Postgres_Init_CreatesSchemaAtCurrentVersion) {
+TEST_F(PostgresTest, Init_CreatesSchemaAtCurrentVersion) {
   ASSERT_EQ(nomzub::InitPlanningDatabase(AdminUrl()), S_OK);
   EXPECT_EQ(Value("SELECT version FROM schema_version"), "2");
   EXPECT_EQ(Value("SELECT count(*) FROM information_schema.tables WHERE table_schema = 'public'"),
@@ -96,7 +96,7 @@ TEST_F(PostgresTest, Postgres_Init_CreatesSchemaAtCurrentVersion) {
   EXPECT_TRUE(log_.messages(2).empty());
 }
 
-TEST_F(PostgresTest, Postgres_Init_UpgradesVersion1) {
+TEST_F(PostgresTest, Init_UpgradesVersion1) {
   ASSERT_EQ(nomzub::MigratePlanningDatabase(AdminUrl(), 1), S_OK);
   ASSERT_EQ(Value("SELECT version FROM schema_version"), "1");
   ASSERT_EQ(nomzub::InitPlanningDatabase(AdminUrl()), S_OK);
@@ -106,7 +106,7 @@ TEST_F(PostgresTest, Postgres_Init_UpgradesVersion1) {
             "2");
 }
 
-TEST_F(PostgresTest, Postgres_Init_NewerVersionRefusedUntouched) {
+TEST_F(PostgresTest, Init_NewerVersionRefusedUntouched) {
   ASSERT_EQ(nomzub::MigratePlanningDatabase(AdminUrl(), 1), S_OK);
   ASSERT_EQ(nomzub::RunPlanningSql(AdminUrl(), "UPDATE schema_version SET version = 99", nullptr),
             S_OK);
@@ -121,7 +121,7 @@ TEST_F(PostgresTest, Postgres_Init_NewerVersionRefusedUntouched) {
   EXPECT_EQ(Value("SELECT count(*) FROM projects"), "0");
 }
 
-TEST_F(PostgresTest, Postgres_Sample_HoldsTheAssemblyLine) {
+TEST_F(PostgresTest, Sample_HoldsTheAssemblyLine) {
   ASSERT_EQ(nomzub::LoadSamplePlanningData(AdminUrl()), S_OK);
   ASSERT_EQ(nomzub::LoadSamplePlanningData(AdminUrl()), S_OK);
   EXPECT_EQ(Value("SELECT count(*) FROM products"), "20");
@@ -130,7 +130,7 @@ TEST_F(PostgresTest, Postgres_Sample_HoldsTheAssemblyLine) {
   EXPECT_EQ(Value("SELECT count(*) FROM accounts"), "1");
 }
 
-TEST_F(PostgresTest, Postgres_Connect_GoodCredentials) {
+TEST_F(PostgresTest, Connect_GoodCredentials) {
   ASSERT_EQ(nomzub::LoadSamplePlanningData(AdminUrl()), S_OK);
   EXPECT_EQ(Connect(PgServer::kPassword), S_OK);
   EXPECT_TRUE(log_.messages(2).empty());
@@ -139,7 +139,7 @@ TEST_F(PostgresTest, Postgres_Connect_GoodCredentials) {
   EXPECT_EQ(object->GetName(), "Roller");
 }
 
-TEST_F(PostgresTest, Postgres_Connect_WrongPasswordRefusedByServer) {
+TEST_F(PostgresTest, Connect_WrongPasswordRefusedByServer) {
   ASSERT_EQ(nomzub::LoadSamplePlanningData(AdminUrl()), S_OK);
   EXPECT_EQ(Connect("wrong"), E_FAIL);
   ASSERT_EQ(log_.messages(2).size(), 1u);
@@ -153,7 +153,7 @@ TEST_F(PostgresTest, Postgres_Connect_WrongPasswordRefusedByServer) {
   EXPECT_EQ(line.find('\n'), std::string::npos);
 }
 
-TEST_F(PostgresTest, Postgres_Connect_UnknownUserRefusedByServer) {
+TEST_F(PostgresTest, Connect_UnknownUserRefusedByServer) {
   ASSERT_EQ(nomzub::LoadSamplePlanningData(AdminUrl()), S_OK);
   EXPECT_EQ(nomtest::ConnectPlanning(LoginUrl(), "planner", "planner", "AssemblyLine", ""), E_FAIL);
   ASSERT_EQ(log_.messages(2).size(), 1u);
@@ -162,7 +162,7 @@ TEST_F(PostgresTest, Postgres_Connect_UnknownUserRefusedByServer) {
       << log_.messages(2)[0];
 }
 
-TEST_F(PostgresTest, Postgres_Connect_NoSchemaRefused) {
+TEST_F(PostgresTest, Connect_NoSchemaRefused) {
   EXPECT_EQ(Connect(PgServer::kPassword), E_FAIL);
   EXPECT_EQ(log_.messages(2),
             Strings{std::string(kError) + "planning database " + LoginUrl() +
@@ -172,7 +172,7 @@ TEST_F(PostgresTest, Postgres_Connect_NoSchemaRefused) {
             "0");
 }
 
-TEST_F(PostgresTest, Postgres_Connect_NewerSchemaRefused) {
+TEST_F(PostgresTest, Connect_NewerSchemaRefused) {
   ASSERT_EQ(nomzub::LoadSamplePlanningData(AdminUrl()), S_OK);
   ASSERT_EQ(nomzub::RunPlanningSql(AdminUrl(), "UPDATE schema_version SET version = 7", nullptr),
             S_OK);
@@ -182,7 +182,7 @@ TEST_F(PostgresTest, Postgres_Connect_NewerSchemaRefused) {
                                       " has schema version 7, newer than this build's 2"});
 }
 
-TEST_F(PostgresTest, Postgres_SetProject_UnknownProjectRefused) {
+TEST_F(PostgresTest, SetProject_UnknownProjectRefused) {
   ASSERT_EQ(nomzub::LoadSamplePlanningData(AdminUrl()), S_OK);
   EXPECT_EQ(Connect(PgServer::kPassword, "Nope"), E_FAIL);
   EXPECT_EQ(log_.messages(2), Strings{std::string(kError) +
@@ -191,7 +191,7 @@ TEST_F(PostgresTest, Postgres_SetProject_UnknownProjectRefused) {
                                       LoginUrl()});
 }
 
-TEST_F(PostgresTest, Postgres_SetFilters_SyntaxErrorGivesPosition) {
+TEST_F(PostgresTest, SetFilters_SyntaxErrorGivesPosition) {
   ASSERT_EQ(nomzub::LoadSamplePlanningData(AdminUrl()), S_OK);
   EXPECT_EQ(Connect(PgServer::kPassword, "AssemblyLine", "kind=resource and (name~R*"), E_FAIL);
   EXPECT_EQ(log_.messages(2),
@@ -199,7 +199,7 @@ TEST_F(PostgresTest, Postgres_SetFilters_SyntaxErrorGivesPosition) {
                     "filter syntax error at position 27: expected ')', found the end"});
 }
 
-TEST_F(PostgresTest, Postgres_Generate_SamePackageAsSqlite) {
+TEST_F(PostgresTest, Generate_SamePackageAsSqlite) {
   ASSERT_EQ(nomzub::LoadSamplePlanningData(AdminUrl()), S_OK);
   ASSERT_EQ(Connect(PgServer::kPassword), S_OK);
   ASSERT_EQ(Generate(dir_.Sub("pg")), dir_.Sub("pg"));
@@ -220,7 +220,7 @@ TEST_F(PostgresTest, Postgres_Generate_SamePackageAsSqlite) {
   EXPECT_EQ(ReadFile(dir_.Sub("lite/SOI.vgxView")), ReadFile(dir_.Sub("pg/SOI.vgxView")));
 }
 
-TEST_F(PostgresTest, Postgres_Generate_FillsIdentCache) {
+TEST_F(PostgresTest, Generate_FillsIdentCache) {
   ASSERT_EQ(nomzub::LoadSamplePlanningData(AdminUrl()), S_OK);
   ASSERT_EQ(Connect(PgServer::kPassword, "AssemblyLine", "kind=product"), S_OK);
   ASSERT_EQ(Generate(dir_.Sub("soi")), dir_.Sub("soi"));
@@ -234,7 +234,7 @@ TEST_F(PostgresTest, Postgres_Generate_FillsIdentCache) {
   EXPECT_EQ(operations.size(), 6u);
 }
 
-TEST_F(PostgresTest, Postgres_States_AppliedToPackage) {
+TEST_F(PostgresTest, States_AppliedToPackage) {
   ASSERT_EQ(nomzub::LoadSamplePlanningData(AdminUrl()), S_OK);
   ASSERT_EQ(Connect(PgServer::kPassword), S_OK);
   ASSERT_EQ(Generate(dir_.Sub("soi")), dir_.Sub("soi"));
@@ -247,7 +247,7 @@ TEST_F(PostgresTest, Postgres_States_AppliedToPackage) {
       "ManufProd/Gearbox/Shaft");
 }
 
-TEST_F(PostgresTest, Postgres_Positions_AppliedToPackage) {
+TEST_F(PostgresTest, Positions_AppliedToPackage) {
   ASSERT_EQ(nomzub::LoadSamplePlanningData(AdminUrl()), S_OK);
   ASSERT_EQ(Connect(PgServer::kPassword), S_OK);
   ASSERT_EQ(Generate(dir_.Sub("soi")), dir_.Sub("soi"));
@@ -258,7 +258,7 @@ TEST_F(PostgresTest, Postgres_Positions_AppliedToPackage) {
 }
 
 // nomsoi connect against a URL that carries the password: the success line shows it hidden.
-TEST_F(PostgresTest, Postgres_Host_ConnectedLineHidesUrlPassword) {
+TEST_F(PostgresTest, Host_ConnectedLineHidesUrlPassword) {
   ASSERT_EQ(nomzub::LoadSamplePlanningData(AdminUrl()), S_OK);
   nomtest::ScopedEnvVar password("NOMZUB_PASSWORD", PgServer::kPassword);
   std::string out, err;
@@ -274,7 +274,7 @@ TEST_F(PostgresTest, Postgres_Host_ConnectedLineHidesUrlPassword) {
 }
 
 // A URL password the server refuses: neither the log nor standard error shows it.
-TEST_F(PostgresTest, Postgres_Host_RefusedUrlPasswordNotShown) {
+TEST_F(PostgresTest, Host_RefusedUrlPasswordNotShown) {
   ASSERT_EQ(nomzub::LoadSamplePlanningData(AdminUrl()), S_OK);
   std::string url = AdminUrl();
   url.replace(url.find(PgServer::kPassword), std::string(PgServer::kPassword).size(),
@@ -294,7 +294,7 @@ TEST_F(PostgresTest, Postgres_Host_RefusedUrlPasswordNotShown) {
   }
 }
 
-TEST(PostgresDown, Postgres_Connect_ServerDownRefused) {
+TEST(PostgresDown, Connect_ServerDownRefused) {
   nomtest::ResetPlanningServices();
   TempDir nothing;
   std::string url = "postgresql:///planning?host=" + nothing.path() + "&port=5999";
@@ -309,7 +309,7 @@ TEST(PostgresDown, Postgres_Connect_ServerDownRefused) {
   nomtest::ResetPlanningServices();
 }
 
-TEST(PostgresDown, Postgres_Init_ServerDownRefused) {
+TEST(PostgresDown, Init_ServerDownRefused) {
   TempDir nothing;
   std::string url = "postgresql://postgres:secret@/planning?host=" + nothing.path() + "&port=5999";
   LogCapture log;

@@ -70,7 +70,7 @@ class SharedResourcesTest : public ::testing::Test {
   LogCapture log_;
 };
 
-TEST_F(SharedResourcesTest, SharedResources_UpdateVgxXml_CopiesRelativeAndAbsoluteResources) {
+TEST_F(SharedResourcesTest, UpdateVgxXml_CopiesRelativeAndAbsoluteResources) {
   WriteFile(dir_.Sub("pkg/tex/wood.png"), "wood");
   WriteFile(dir_.Sub("pkg/tex/metal.png"), "metal");
   WriteFile(dir_.Sub("pkg/thumb.png"), "thumb");
@@ -96,7 +96,7 @@ TEST_F(SharedResourcesTest, SharedResources_UpdateVgxXml_CopiesRelativeAndAbsolu
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
-TEST_F(SharedResourcesTest, SharedResources_UpdateVgxXml_NoResources_SOkAndDocumentUnchanged) {
+TEST_F(SharedResourcesTest, UpdateVgxXml_NoResources_SOkAndDocumentUnchanged) {
   NOMZUBDOMWrapper doc;
   const std::string text =
       "<?xml version=\"1.0\"?>\n<VgxDocument>\n  <CLitAssyGroup/>\n</VgxDocument>\n";
@@ -108,7 +108,7 @@ TEST_F(SharedResourcesTest, SharedResources_UpdateVgxXml_NoResources_SOkAndDocum
   EXPECT_THAT(nomtest::ListDir(dir_.Sub("soi")), IsEmpty());
 }
 
-TEST_F(SharedResourcesTest, SharedResources_UpdateVgxXml_ResourceWithoutFileIsLeftAlone) {
+TEST_F(SharedResourcesTest, UpdateVgxXml_ResourceWithoutFileIsLeftAlone) {
   NOMZUBDOMWrapper doc;
   OpenPackageDocument(doc, "SOI.vgxXml",
                       "<VgxDocument><Resource/><Resource File=\"\"/></VgxDocument>");
@@ -118,7 +118,7 @@ TEST_F(SharedResourcesTest, SharedResources_UpdateVgxXml_ResourceWithoutFileIsLe
   EXPECT_THAT(nomtest::ListDir(dir_.Sub("soi")), IsEmpty());
 }
 
-TEST_F(SharedResourcesTest, SharedResources_UpdateVgxXml_MissingResource_EFailOthersStillCopied) {
+TEST_F(SharedResourcesTest, UpdateVgxXml_MissingResource_EFailOthersStillCopied) {
   WriteFile(dir_.Sub("pkg/b.png"), "b");
   NOMZUBDOMWrapper doc;
   OpenPackageDocument(doc, "SOI.vgxXml",
@@ -136,7 +136,7 @@ TEST_F(SharedResourcesTest, SharedResources_UpdateVgxXml_MissingResource_EFailOt
                                  soi_ + "\\a.png: Windows error 3 (path not found)"}));
 }
 
-TEST_F(SharedResourcesTest, SharedResources_UpdateVgxXml_CopyFailure_LogsItsWindowsError) {
+TEST_F(SharedResourcesTest, UpdateVgxXml_CopyFailure_LogsItsWindowsError) {
   WriteFile(dir_.Sub("pkg/a.png"), "a");
   NOMZUBDOMWrapper doc;
   OpenPackageDocument(doc, "SOI.vgxXml", "<VgxDocument><Resource File=\"a.png\"/></VgxDocument>");
@@ -151,7 +151,7 @@ TEST_F(SharedResourcesTest, SharedResources_UpdateVgxXml_CopyFailure_LogsItsWind
                           "\\a.png to " + soi_ + "\\a.png: Windows error 112 (disk full)"));
 }
 
-TEST_F(SharedResourcesTest, SharedResources_UpdateVgxXml_OverwritesExistingTarget) {
+TEST_F(SharedResourcesTest, UpdateVgxXml_OverwritesExistingTarget) {
   WriteFile(dir_.Sub("pkg/a.png"), "new");
   WriteFile(dir_.Sub("soi/a.png"), "old content");
   NOMZUBDOMWrapper doc;
@@ -161,7 +161,7 @@ TEST_F(SharedResourcesTest, SharedResources_UpdateVgxXml_OverwritesExistingTarge
   EXPECT_EQ(ReadFile(dir_.Sub("soi/a.png")), "new");
 }
 
-TEST_F(SharedResourcesTest, SharedResources_UpdateVgxXml_ResourceAlreadyInSoiDirectoryIsKept) {
+TEST_F(SharedResourcesTest, UpdateVgxXml_ResourceAlreadyInSoiDirectoryIsKept) {
   WriteFile(dir_.Sub("soi/a.png"), "in place");
   NOMZUBDOMWrapper doc;
   WriteFile(dir_.Sub("soi/SOI.vgxXml"), "<VgxDocument><Resource File=\"a.png\"/></VgxDocument>");
@@ -172,7 +172,7 @@ TEST_F(SharedResourcesTest, SharedResources_UpdateVgxXml_ResourceAlreadyInSoiDir
   EXPECT_THAT(Files(doc), ElementsAre("a.png"));
 }
 
-TEST_F(SharedResourcesTest, SharedResources_UpdateVgxXml_LeavesSoiDirectoryArgumentUnchanged) {
+TEST_F(SharedResourcesTest, UpdateVgxXml_LeavesSoiDirectoryArgumentUnchanged) {
   WriteFile(dir_.Sub("pkg/a.png"), "a");
   NOMZUBDOMWrapper doc;
   OpenPackageDocument(doc, "SOI.vgxXml", "<VgxDocument><Resource File=\"a.png\"/></VgxDocument>");
@@ -183,7 +183,7 @@ TEST_F(SharedResourcesTest, SharedResources_UpdateVgxXml_LeavesSoiDirectoryArgum
   EXPECT_EQ(soi, soi_);
 }
 
-TEST_F(SharedResourcesTest, SharedResources_UpdateVgxXml_NoDocument_EFailAndLogged) {
+TEST_F(SharedResourcesTest, UpdateVgxXml_NoDocument_EFailAndLogged) {
   NOMZUBDOMWrapper doc;
   const std::string path = ZPath(dir_.Sub("pkg/missing.vgxXml"));
   doc.OpenDocument(path);
@@ -195,7 +195,7 @@ TEST_F(SharedResourcesTest, SharedResources_UpdateVgxXml_NoDocument_EFailAndLogg
                                          path + ": no document is open"}));
 }
 
-TEST_F(SharedResourcesTest, SharedResources_UpdateVgxView_CopiesResourcesAndRefersMainDocument) {
+TEST_F(SharedResourcesTest, UpdateVgxView_CopiesResourcesAndRefersMainDocument) {
   WriteFile(dir_.Sub("pkg/views/cam.png"), "cam");
   NOMZUBDOMWrapper doc;
   OpenPackageDocument(doc, "SOI.vgxView",
@@ -208,7 +208,7 @@ TEST_F(SharedResourcesTest, SharedResources_UpdateVgxView_CopiesResourcesAndRefe
   EXPECT_EQ(RootAttribute(doc, "Document"), "SOI.vgxXml");
 }
 
-TEST_F(SharedResourcesTest, SharedResources_UpdateVgxView_AddsMissingDocumentReference) {
+TEST_F(SharedResourcesTest, UpdateVgxView_AddsMissingDocumentReference) {
   NOMZUBDOMWrapper doc;
   OpenPackageDocument(doc, "SOI.vgxView", "<VgxView/>");
   std::string soi = soi_;
@@ -216,7 +216,7 @@ TEST_F(SharedResourcesTest, SharedResources_UpdateVgxView_AddsMissingDocumentRef
   EXPECT_EQ(RootAttribute(doc, "Document"), "SOI.vgxXml");
 }
 
-TEST_F(SharedResourcesTest, SharedResources_UpdateVgxView_FailedCopyStillRefersMainDocument) {
+TEST_F(SharedResourcesTest, UpdateVgxView_FailedCopyStillRefersMainDocument) {
   NOMZUBDOMWrapper doc;
   OpenPackageDocument(doc, "SOI.vgxView",
                       "<VgxView Document=\"x.vgxXml\"><Resource File=\"gone.png\"/></VgxView>");
@@ -226,7 +226,7 @@ TEST_F(SharedResourcesTest, SharedResources_UpdateVgxView_FailedCopyStillRefersM
   EXPECT_EQ(log_.messages(2).size(), 1u);
 }
 
-TEST_F(SharedResourcesTest, SharedResources_UpdateVgxView_NoDocument_EFail) {
+TEST_F(SharedResourcesTest, UpdateVgxView_NoDocument_EFail) {
   NOMZUBDOMWrapper doc;
   std::string soi = soi_;
   EXPECT_EQ(NOMZUBVgxSharedResourceFileMgr::UpdateVgxViewForSOR(doc, soi), E_FAIL);
