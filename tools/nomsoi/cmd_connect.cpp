@@ -9,6 +9,11 @@
 namespace nomsoi {
 namespace {
 
+// What --help says of the command.
+constexpr char kDescription[] =
+    "Check access: connect to the server with the login, select the project and the filters, "
+    "then disconnect. Exit 0 when connected, 1 when a step failed (the log says which).";
+
 int RunConnect(const ConnectionOptions& options) {
   NOMSOIUtility utility;
   const BOOL connected = ConnectToServer(utility, options);
@@ -23,10 +28,7 @@ int RunConnect(const ConnectionOptions& options) {
 
 Command SetupConnectCommand(CLI::App& app) {
   auto options = std::make_shared<ConnectionOptions>();
-  CLI::App* command = app.add_subcommand(
-      "connect",
-      "Check access: connect to the server with the login, select the project and the filters, "
-      "then disconnect. Exit 0 when connected, 1 when a step failed (the log says which).");
+  CLI::App* command = app.add_subcommand("connect", kDescription);
   AddConnectionOptions(*command, *options);
   return {command, [options] { return RunConnect(*options); }};
 }

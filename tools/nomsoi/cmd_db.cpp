@@ -8,6 +8,11 @@
 namespace nomsoi {
 namespace {
 
+// What --help says of the command.
+constexpr char kDescription[] =
+    "Administer a planning database: 'init' creates the schema or upgrades an older one; "
+    "'sample' also loads the sample project (replacing an earlier copy of it).";
+
 struct DbOptions {
   std::string action;
   std::string server;
@@ -23,20 +28,12 @@ int RunDb(const DbOptions& options) {
 
 Command SetupDbCommand(CLI::App& app) {
   auto options = std::make_shared<DbOptions>();
-  CLI::App* command = app.add_subcommand(
-      "db",
-      "Administer a planning database: 'init' creates the schema or upgrades an older one; "
-      "'sample' also loads the sample project (replacing an earlier copy of it).");
+  CLI::App* command = app.add_subcommand("db", kDescription);
   command->add_option("action", options->action, "init or sample")
       ->type_name("ACTION")
       ->required()
       ->check(CLI::IsMember({"init", "sample"}));
-  command
-      ->add_option("--server", options->server,
-                   "Planning data server: sqlite:PATH or postgresql://... (default: NOMZUB_SERVER)")
-      ->type_name("URL")
-      ->envname("NOMZUB_SERVER")
-      ->required();
+  AddServerOption(*command, options->server);
   return {command, [options] { return RunDb(*options); }};
 }
 

@@ -11,6 +11,12 @@
 namespace nomsoi {
 namespace {
 
+// What --help says of the command.
+constexpr char kDescription[] =
+    "Produce a package from the planning data: connect, generate the package into DIR, apply "
+    "3D states or simulation positions, gather its product documents and geometry into DIR "
+    "(Pack & Go), write DIR/Mapping.xml, disconnect.";
+
 // How deep the generated package's product documents may nest, for the module's stack.
 constexpr uint64_t kGeneratedDepth = 10000;
 
@@ -69,11 +75,7 @@ int RunDump(DumpOptions options) {
 
 Command SetupDumpCommand(CLI::App& app) {
   auto options = std::make_shared<DumpOptions>();
-  CLI::App* command = app.add_subcommand(
-      "dump",
-      "Produce a package from the planning data: connect, generate the package into DIR, apply "
-      "3D states or simulation positions, gather its product documents and geometry into DIR "
-      "(Pack & Go), write DIR/Mapping.xml, disconnect.");
+  CLI::App* command = app.add_subcommand("dump", kDescription);
   AddConnectionOptions(*command, options->connection);
   command->add_option("--out", options->out, "SOI directory that receives the package (created)")
       ->type_name("DIR")

@@ -6,9 +6,17 @@
 #include "NOMSOIUtility.h"
 #include "commands.h"
 #include "packing.h"
+#include "platform/env.h"
 
 namespace nomsoi {
 namespace {
+
+// What --help says of the command.
+constexpr char kDescription[] =
+    "ODT mode, no server: copy the product documents and geometry that the package "
+    "$ADL_ODT_IN/NOMZUBVGXExtractTest/SOI.vgxXml references into DIR, rewrite the references "
+    "inside the copies, and optionally write DIR/Mapping.xml. The package's main document is "
+    "saved in place when it lies in DIR, else into DIR.";
 
 struct OdtOptions {
   std::string out;
@@ -21,18 +29,20 @@ struct OdtOptions {
 
 // The main document the module opens: $ADL_ODT_IN\NOMZUBVGXExtractTest\SOI.vgxXml.
 std::string OdtPackagePath() {
-  const char* value = std::getenv("ADL_ODT_IN");
-  return std::string(value ? value : "") + "\\NOMZUBVGXExtractTest\\SOI.vgxXml";
+  std::string input;
+  nomplat::CurrentEnv()->GetEnvironmentVariable("ADL_ODT_IN", &input);
+  return input + "\\NOMZUBVGXExtractTest\\SOI.vgxXml";
 }
 
 // Refuses to start when the package's main document is missing or not XML.
 int CheckOdtPackage() {
-  const char* value = std::getenv("ADL_ODT_IN");
+  std::string input;
+  const bool set = nomplat::CurrentEnv()->GetEnvironmentVariable("ADL_ODT_IN", &input);
   const std::string package = OdtPackagePath();
   const std::string problem = XmlDocumentProblem(package);
   if (problem.empty()) return kExitOk;
-  const std::string holds = value ? "ADL_ODT_IN holds '" + std::string(value) + "'"
-                                  : std::string("ADL_ODT_IN is not set");
+  const std::string holds =
+      set ? "ADL_ODT_IN holds '" + input + "'" : std::string("ADL_ODT_IN is not set");
   return Refuse("odt", "the package '" + package + "' " + problem + "; " + holds +
                            " (set --in DIR to the directory that holds NOMZUBVGXExtractTest)");
 }
@@ -63,12 +73,7 @@ int RunOdt(OdtOptions options) {
 
 Command SetupOdtCommand(CLI::App& app) {
   auto options = std::make_shared<OdtOptions>();
-  CLI::App* command = app.add_subcommand(
-      "odt",
-      "ODT mode, no server: copy the product documents and geometry that the package "
-      "$ADL_ODT_IN/NOMZUBVGXExtractTest/SOI.vgxXml references into DIR, rewrite the references "
-      "inside the copies, and optionally write DIR/Mapping.xml. The package's main document is "
-      "saved in place when it lies in DIR, else into DIR.");
+  CLI::App* command = app.add_subcommand("odt", kDescription);
   command->add_option("--out", options->out, "Output directory (created)")
       ->type_name("DIR")
       ->required();

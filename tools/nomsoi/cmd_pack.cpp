@@ -10,6 +10,14 @@
 namespace nomsoi {
 namespace {
 
+// What --help says of the command.
+constexpr char kDescription[] =
+    "Pack & Go of a package on disk: copy every product document and geometry file that the "
+    "main document references, however deep, into DIR, rewrite the references to bare file "
+    "names and copy the shared resources. The main document and view file are rewritten in "
+    "place when they lie in DIR; otherwise they stay untouched and the packed ones are saved "
+    "into DIR.";
+
 struct PackOptions {
   std::string main;
   std::string view;
@@ -47,13 +55,7 @@ int RunPack(PackOptions options) {
 
 Command SetupPackCommand(CLI::App& app) {
   auto options = std::make_shared<PackOptions>();
-  CLI::App* command = app.add_subcommand(
-      "pack",
-      "Pack & Go of a package on disk: copy every product document and geometry file that the "
-      "main document references, however deep, into DIR, rewrite the references to bare file "
-      "names and copy the shared resources. The main document and view file are rewritten in "
-      "place when they lie in DIR; otherwise they stay untouched and the packed ones are saved "
-      "into DIR.");
+  CLI::App* command = app.add_subcommand("pack", kDescription);
   command->add_option("--main", options->main, "Main document of the package (SOI.vgxXml)")
       ->type_name("FILE")
       ->required();

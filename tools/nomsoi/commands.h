@@ -4,7 +4,9 @@
 #define NOM_TOOLS_NOMSOI_COMMANDS_H_
 
 #include "connection.h"
+#include "global_options.h"
 #include "host.h"
+#include "inputs.h"
 
 namespace nomsoi {
 

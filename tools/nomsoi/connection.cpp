@@ -8,6 +8,7 @@
 
 #include "NOMSOIUtility.h"
 #include "host.h"
+#include "platform/env.h"
 #include "services/NOMZUBConnector.h"
 
 namespace nomsoi {
@@ -50,10 +51,7 @@ void ResolvePassword(const CLI::Option& password_option, ConnectionOptions& opti
     options.password = ReadPasswordFile(options.password_file);
     return;
   }
-  if (const char* variable = std::getenv(kPasswordVariable)) {
-    options.password = variable;
-    return;
-  }
+  if (nomplat::CurrentEnv()->GetEnvironmentVariable(kPasswordVariable, &options.password)) return;
   throw CLI::ValidationError(
       "a password is required: give --password P, --password-file FILE or the environment "
       "variable " +
@@ -62,13 +60,17 @@ void ResolvePassword(const CLI::Option& password_option, ConnectionOptions& opti
 
 }  // namespace
 
-void AddConnectionOptions(CLI::App& command, ConnectionOptions& options) {
+void AddServerOption(CLI::App& command, std::string& server) {
   command
-      .add_option("--server", options.server,
+      .add_option("--server", server,
                   "Planning data server: sqlite:PATH or postgresql://... (default: NOMZUB_SERVER)")
       ->type_name("URL")
       ->envname("NOMZUB_SERVER")
       ->required();
+}
+
+void AddConnectionOptions(CLI::App& command, ConnectionOptions& options) {
+  AddServerOption(command, options.server);
   command.add_option("--login", options.login, "Account name on the server")
       ->type_name("L")
       ->required();

@@ -22,6 +22,8 @@ struct ConnectionOptions {
   std::string filters;
 };
 
+// Declares --server URL (or NOMZUB_SERVER), required, on command.
+void AddServerOption(CLI::App& command, std::string& server);
 // Declares --server (or NOMZUB_SERVER), --login, --password, --password-file, --project and
 // --filters on command. Once the command line is parsed, the password is taken from the first
 // of --password, --password-file (its first line, the line end stripped) and the environment

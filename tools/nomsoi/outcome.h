@@ -1,18 +1,12 @@
-// What a run of the module gave the user: every copy, missing file and failure seen through the
-// platform layer and the log while it ran, the summary line, the JSON report and the exit status.
+// What a run of the module gave the user: every file copied, missing or failed, the summary line,
+// the JSON report and the exit status they stand for.
 #ifndef NOM_TOOLS_NOMSOI_OUTCOME_H_
 #define NOM_TOOLS_NOMSOI_OUTCOME_H_
 
-#include <map>
-#include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "NOMSOITypes.h"
-#include "packngo/Preflight.h"
-#include "platform/env.h"
-#include "services/NOMZUBLog.h"
 
 namespace nomsoi {
 
@@ -43,51 +37,6 @@ struct Outcome {
 // The exit status an outcome stands for: 1 when something failed, else 3 when something was
 // missing, else 0.
 int ExitStatusOf(const Outcome& outcome);
-
-// Watches one run while it lives: installed as the Env and as the log's sink, it records what the
-// module copies, finds missing and fails to write, forwards every record to the configured log,
-// redirects the saves of the main document and view file when the input is to stay untouched, and
-// keeps the progress line on a terminal. Uninstalls itself when destroyed.
-class RunMonitor : public nomplat::EnvWrapper, public nomzub::LogSink {
- public:
-  // plan: the preflight's items, to name each file's kind and referrer (may be null).
-  // redirects: module path written by the module -> module path to write instead.
-  RunMonitor(const PreflightResult* plan, std::map<std::string, std::string> redirects);
-  ~RunMonitor() override;
-  RunMonitor(const RunMonitor&) = delete;
-  RunMonitor& operator=(const RunMonitor&) = delete;
-
-  // The outcome so far.
-  const Outcome& outcome() const { return outcome_; }
-
-  bool CanOpenForReading(const std::string& path) override;
-  DWORD CopyFile(const std::string& src, const std::string& dst, bool failIfExists) override;
-  DWORD WriteFileAtomic(const std::string& path, const std::string& contents) override;
-  DWORD WriteFileAtomicFrom(const std::string& path, nomplat::ContentSource& source) override;
-  void Write(const std::string& message, int32_t level) override;
-
-  class Progress;
-
- private:
-  // The path a save of path goes to.
-  std::string Redirected(const std::string& path) const;
-  void NoteCopied(const std::string& src, const std::string& dst);
-  void NoteMissing(const std::string& path, const std::string& target);
-  void NoteFailed(std::string kind, const std::string& src, const std::string& dst, DWORD error);
-  std::string KindOf(const std::string& source, const std::string& target) const;
-  std::string ReferrerOf(const std::string& source) const;
-
-  const PreflightResult* plan_;
-  std::map<std::string, const PlannedItem*> by_source_;
-  std::map<std::string, std::string> redirects_;  // native path -> module path
-  Outcome outcome_;
-  std::set<std::string> copied_targets_;
-  std::set<std::string> missing_sources_;
-  std::set<std::string> failures_;  // kind, source and target of each failure reported
-  nomplat::Env* previous_env_;
-  nomzub::LogSink* previous_sink_;
-  std::unique_ptr<Progress> progress_;
-};
 
 // "nomsoi <command>: 3 documents, 3 geometry files, 0 resources, 1234 bytes copied; 0 missing,
 // 0 failed; output DIR[; module result 0x%08X]" on standard error, then each missing and failed

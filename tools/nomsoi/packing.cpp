@@ -6,9 +6,10 @@
 #include <cstdio>
 #include <map>
 
-#include "host.h"
+#include "inputs.h"
 #include "journal.h"
 #include "module_thread.h"
+#include "monitor.h"
 #include "outcome.h"
 #include "platform/paths.h"
 #include "platform/win32.h"
