@@ -1,7 +1,8 @@
 // Module path to native path (nomplat::ToNativePath) on a real directory: the cost of a reference
 // of many components ("a\a\...\a\f.vgxXml", the argument is the number of components) whose
 // first component does or does not exist in another case, and of the everyday case of a short
-// path whose last name differs in case from the file on disk.
+// path whose last name differs in case from the file on disk. Also the way back
+// (nomplat::ToModulePath), which the generator takes for every file it writes.
 #include <benchmark/benchmark.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -96,6 +97,18 @@ void BM_ToNativePath_ShortExact(benchmark::State& state) {
   Resolve(state, "C:\\Pkg\\Sub\\Part.vgxXml");
 }
 BENCHMARK(BM_ToNativePath_ShortExact)->Unit(benchmark::kMicrosecond);
+
+// The module path of a file in the drive's directory, as the generator names what it wrote.
+void BM_ToModulePath_Short(benchmark::State& state) {
+  Drive drive;
+  const std::string native = drive.Sub("Pkg/Sub/Part.vgxXml");
+  std::string modulePath;
+  for (auto _ : state) {
+    if (!nomplat::ToModulePath(native, &modulePath)) state.SkipWithError("no module path");
+    benchmark::DoNotOptimize(modulePath);
+  }
+}
+BENCHMARK(BM_ToModulePath_Short)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 

@@ -92,7 +92,7 @@ TEST_F(ConnectionTest, ConnectServer_CalledTwice_RepeatsTheWholeSequence) {
 // ---- Failure table: E_FAIL at each step stops the sequence ----
 
 TEST_F(ConnectionTest, ConnectServer_NoConnectorSingleton_TwoLinesAndZero) {
-  nomzub::OverrideConnector(nullptr);
+  nomzub::SetConnector(nomzub::kNoConnector);
   EXPECT_EQ(Connect(), 0);
   EXPECT_THAT(log_.lines(), ElementsAre(LogLine{0, kConnectIn}, LogLine{0, kConnectOut}));
   EXPECT_THAT(connector_.calls(), IsEmpty());
@@ -174,7 +174,7 @@ TEST_F(ConnectionTest, DisconnectServer_CleanupAndDisconnectFail_StillReturnsOne
 }
 
 TEST_F(ConnectionTest, DisconnectServer_NoConnectorSingleton_TwoLinesAndOneWithoutCalls) {
-  nomzub::OverrideConnector(nullptr);
+  nomzub::SetConnector(nomzub::kNoConnector);
   EXPECT_EQ(utility_.DisconnectServer(), 1);
   EXPECT_THAT(log_.lines(), ElementsAre(LogLine{0, kDisconnectIn}, LogLine{0, kDisconnectOut}));
   EXPECT_THAT(connector_.calls(), IsEmpty());

@@ -579,9 +579,7 @@ TEST(RedactServerUrl, EmptyPassword_Unchanged) {
   EXPECT_EQ(nomzub::RedactServerUrl("postgresql://user:@host/db"), "postgresql://user:@host/db");
 }
 
-TEST(RedactServerUrl, EmptyText_Empty) {
-  EXPECT_EQ(nomzub::RedactServerUrl(""), "");
-}
+TEST(RedactServerUrl, EmptyText_Empty) { EXPECT_EQ(nomzub::RedactServerUrl(""), ""); }
 
 TEST(RedactServerUrl, AtSignInPassword_HiddenWhole) {
   EXPECT_EQ(nomzub::RedactServerUrl("postgresql://user:p@ss@host/db"),
@@ -635,12 +633,35 @@ TEST(RedactServerUrl, Sqlite_Unchanged) {
   EXPECT_EQ(nomzub::RedactServerUrl("sqlite:Z:\\data\\plan.db"), "sqlite:Z:\\data\\plan.db");
 }
 
-TEST_F(ConnectorTest, Instance_OverrideAndRestore) {
+TEST_F(ConnectorTest, SetConnector_NoConnectorThenNullPutsRealBack) {
   NOMZUBConnector* real = NOMZUBConnector::Instance();
   ASSERT_NE(real, nullptr);
-  nomzub::OverrideConnector(nullptr);
+  EXPECT_EQ(nomzub::SetConnector(nomzub::kNoConnector), real);
   EXPECT_EQ(NOMZUBConnector::Instance(), nullptr);
-  nomzub::RestoreConnector();
+  EXPECT_EQ(nomzub::SetConnector(nullptr), nomzub::kNoConnector);
+  EXPECT_EQ(NOMZUBConnector::Instance(), real);
+}
+
+TEST_F(ConnectorTest, SetConnector_ReplacementReturnedWhenReplaced) {
+  NOMZUBConnector* real = NOMZUBConnector::Instance();
+  nomtest::RecordingConnector fake;
+  EXPECT_EQ(nomzub::SetConnector(&fake), real);
+  EXPECT_EQ(NOMZUBConnector::Instance(), &fake);
+  EXPECT_EQ(NOMZUBConnector::Instance()->Cleanup(1), S_OK);
+  EXPECT_EQ(fake.calls(), std::vector<std::string>{"Cleanup(1)"});
+  EXPECT_EQ(nomzub::SetConnector(nomzub::kNoConnector), &fake);
+  EXPECT_EQ(nomzub::SetConnector(real), nomzub::kNoConnector);
+  EXPECT_EQ(NOMZUBConnector::Instance(), real);
+}
+
+TEST_F(ConnectorTest, SetConnector_PuttingBackWhatItReturnedRestoresNoConnector) {
+  NOMZUBConnector* real = NOMZUBConnector::Instance();
+  NOMZUBConnector* before = nomzub::SetConnector(nomzub::kNoConnector);
+  nomtest::RecordingConnector fake;
+  NOMZUBConnector* previous = nomzub::SetConnector(&fake);
+  nomzub::SetConnector(previous);
+  EXPECT_EQ(NOMZUBConnector::Instance(), nullptr);
+  nomzub::SetConnector(before);
   EXPECT_EQ(NOMZUBConnector::Instance(), real);
 }
 
@@ -793,11 +814,24 @@ TEST(ObjectFactory, RegisterObject_RenamesInPlace) {
   nomzub::ClearObjects();
 }
 
-TEST(ObjectFactory, Instance_OverrideAndRestore) {
+TEST(ObjectFactory, SetObjectFactory_NoFactoryThenNullPutsRealBack) {
   NOMZUBObjectFactory* real = NOMZUBObjectFactory::Instance();
-  nomzub::OverrideObjectFactory(nullptr);
+  ASSERT_NE(real, nullptr);
+  EXPECT_EQ(nomzub::SetObjectFactory(nomzub::kNoObjectFactory), real);
   EXPECT_EQ(NOMZUBObjectFactory::Instance(), nullptr);
-  nomzub::RestoreObjectFactory();
+  EXPECT_EQ(nomzub::SetObjectFactory(nullptr), nomzub::kNoObjectFactory);
+  EXPECT_EQ(NOMZUBObjectFactory::Instance(), real);
+}
+
+TEST(ObjectFactory, SetObjectFactory_ReplacementReturnedWhenReplaced) {
+  NOMZUBObjectFactory* real = NOMZUBObjectFactory::Instance();
+  nomtest::FakeObjectFactory fake;
+  fake.Add("X", "fake");
+  EXPECT_EQ(nomzub::SetObjectFactory(&fake), real);
+  NOMIZUBObject* object = nullptr;
+  ASSERT_EQ(NOMZUBObjectFactory::Instance()->GetObject("X", &object), S_OK);
+  EXPECT_EQ(object->GetName(), "fake");
+  EXPECT_EQ(nomzub::SetObjectFactory(nullptr), &fake);
   EXPECT_EQ(NOMZUBObjectFactory::Instance(), real);
 }
 

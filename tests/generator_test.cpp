@@ -12,6 +12,7 @@
 #include "NOMSOIUtility.h"
 #include "NOMZUBProxy/planning_admin.h"
 #include "platform/env.h"
+#include "platform/paths.h"
 #include "services/NOMZUBConnector.h"
 #include "services/NOMZUBObjectFactory.h"
 #include "services/NOMZUBVGXGen.h"
@@ -80,12 +81,17 @@ Strings References(const std::string& path) {
   return refs;
 }
 
-// Where a reference written in the document at docPath leads, resolved independently of the
-// module: "/" and "\" both separate, "Z:\" is the root, anything else is relative to the
-// document's directory.
+// Where a reference written in the document at docPath leads: a drive-form one through the
+// platform's drive maps, anything else relative to the document's directory ("/" and "\" both
+// separate).
 std::string Resolve(const std::string& docPath, std::string ref) {
+  if (ref.size() > 1 && ref[1] == ':') {
+    std::string native;
+    DWORD error = 0;
+    EXPECT_TRUE(nomplat::ToNativePath(ref, &native, &error)) << ref;
+    return fs::path(native).lexically_normal().string();
+  }
   std::replace(ref.begin(), ref.end(), '\\', '/');
-  if (ref.rfind("Z:/", 0) == 0) return fs::path(ref.substr(2)).lexically_normal().string();
   return (fs::path(docPath).parent_path() / ref).lexically_normal().string();
 }
 
@@ -798,6 +804,115 @@ TEST_F(GeneratorTest, Cache_NoDirectoryKnownRefused) {
                     "set NOMZUB_CACHE, XDG_CACHE_HOME or HOME"});
 }
 
+// ---- The package on a remapped drive or a share: registered and referred to by module paths of
+// the maps in force ----
+
+TEST_F(GeneratorTest, Drive_RemappedZ_PackageInTheMappedDirectory) {
+  nomplat::ScopedPathMaps maps;
+  const std::string drive = dir_.Sub("z");
+  fs::create_directories(drive);
+  nomplat::MapDrive('Z', drive);
+  ScopedEnvVar cache("NOMZUB_CACHE", "Z:\\cache");
+  ASSERT_EQ(Connect(), S_OK);
+  NOMZUBVGXGenerator generator;
+  ASSERT_EQ(generator.GenerateVGXPackage("", "Z:\\out\\soi", "SOI", ""), S_OK);
+  EXPECT_EQ(ListDir(drive), (Strings{"cache", "out"}));
+  EXPECT_EQ(ListDir(drive + "/out/soi"), (Strings{"SOI.vgxView", "SOI.vgxXml"}));
+  EXPECT_EQ(ListDir(drive + "/cache/AssemblyLine"), CacheFiles(kProductOids));
+  EXPECT_EQ(RegisteredMain(), "Z:\\out\\soi\\SOI.vgxXml");
+  EXPECT_EQ(log_.messages(2),
+            Strings{"Info:\t generated package Z:\\out\\soi\\SOI.vgxXml with 20 product documents "
+                    "and their geometry in Z:\\cache\\AssemblyLine"});
+}
+
+TEST_F(GeneratorTest, Drive_RemappedZ_DriveFormNamesTheMappedCache) {
+  nomplat::ScopedPathMaps maps;
+  const std::string drive = dir_.Sub("z");
+  fs::create_directories(drive);
+  nomplat::MapDrive('Z', drive);
+  ScopedEnvVar cache("NOMZUB_CACHE", "Z:\\cache");
+  ASSERT_EQ(Connect(), S_OK);
+  NOMZUBVGXGenerator generator;
+  ASSERT_EQ(generator.GenerateVGXPackage("", "Z:\\soi", "SOI", "refs=drive;sep=backslash"), S_OK);
+  Strings refs = References(drive + "/soi/SOI.vgxXml");
+  ASSERT_EQ(refs.size(), 6u);
+  for (const std::string& ref : refs) {
+    EXPECT_EQ(ref.rfind("Z:\\cache\\AssemblyLine\\", 0), 0u) << ref;
+    std::string native;
+    DWORD error = 0;
+    ASSERT_TRUE(nomplat::ToNativePath(ref, &native, &error)) << ref;
+    EXPECT_TRUE(FileExists(native)) << ref;
+  }
+}
+
+TEST_F(GeneratorTest, Drive_SoiDirectoryOnNoMappedDriveRefusedWritingNothing) {
+  nomplat::ScopedPathMaps maps;
+  const std::string drive = dir_.Sub("z");
+  fs::create_directories(drive);
+  nomplat::MapDrive('Z', drive);
+  ScopedEnvVar cache("NOMZUB_CACHE", "Z:\\cache");
+  ASSERT_EQ(Connect(), S_OK);
+  EXPECT_EQ(Generate(), E_FAIL);
+  EXPECT_EQ(log_.messages(2),
+            Strings{std::string(kError) +
+                    "cannot generate package 'SOI' of project 'AssemblyLine': directory " + soi_ +
+                    " lies on no mapped drive or share, or holds a name a module path cannot "
+                    "carry"});
+  EXPECT_FALSE(FileExists(dir_.Sub("out")));
+  EXPECT_TRUE(ListDir(drive).empty());
+  EXPECT_EQ(RegisteredMain(), "");
+}
+
+TEST_F(GeneratorTest, Drive_CacheOnNoMappedDriveRefusedWritingNothing) {
+  nomplat::ScopedPathMaps maps;
+  const std::string drive = dir_.Sub("z");
+  fs::create_directories(drive);
+  nomplat::MapDrive('Z', drive);
+  ASSERT_EQ(Connect(), S_OK);
+  NOMZUBVGXGenerator generator;
+  EXPECT_EQ(generator.GenerateVGXPackage("", "Z:\\soi", "SOI", ""), E_FAIL);
+  EXPECT_EQ(log_.messages(2),
+            Strings{std::string(kError) +
+                    "cannot generate package 'SOI' of project 'AssemblyLine': directory " + cache_ +
+                    " lies on no mapped drive or share, or holds a name a module path cannot "
+                    "carry"});
+  EXPECT_TRUE(ListDir(drive).empty());
+  EXPECT_FALSE(FileExists(cache_));
+}
+
+TEST_F(GeneratorTest, Share_PackageRegisteredUnderTheShare) {
+  nomplat::ScopedPathMaps maps;
+  const std::string share = dir_.Sub("share");
+  fs::create_directories(share);
+  nomplat::MapShare("\\\\planning\\soi", share);
+  ScopedEnvVar cache("NOMZUB_CACHE", "\\\\planning\\soi\\cache");
+  ASSERT_EQ(Connect(), S_OK);
+  NOMZUBVGXGenerator generator;
+  ASSERT_EQ(generator.GenerateVGXPackage("", "\\\\planning\\soi\\line1", "SOI",
+                                         "refs=drive;sep=backslash"),
+            S_OK);
+  EXPECT_EQ(ListDir(share + "/line1"), (Strings{"SOI.vgxView", "SOI.vgxXml"}));
+  EXPECT_EQ(ListDir(share + "/cache/AssemblyLine"), CacheFiles(kProductOids));
+  EXPECT_EQ(RegisteredMain(), "\\\\planning\\soi\\line1\\SOI.vgxXml");
+  for (const std::string& ref : References(share + "/line1/SOI.vgxXml")) {
+    EXPECT_EQ(ref.rfind("\\\\planning\\soi\\cache\\AssemblyLine\\", 0), 0u) << ref;
+  }
+}
+
+TEST_F(GeneratorTest, Drive_RemappedZ_StatesAppliedToThePackageThere) {
+  nomplat::ScopedPathMaps maps;
+  const std::string drive = dir_.Sub("z");
+  fs::create_directories(drive);
+  nomplat::MapDrive('Z', drive);
+  ScopedEnvVar cache("NOMZUB_CACHE", "Z:\\cache");
+  ASSERT_EQ(Connect(), S_OK);
+  NOMZUBVGXGenerator generator;
+  ASSERT_EQ(generator.GenerateVGXPackage("", "Z:\\soi", "SOI", ""), S_OK);
+  ASSERT_EQ(NOMZUBApply3DStatesCmd().ApplyStates(), S_OK);
+  pugi::xml_document main = Parse(drive + "/soi/SOI.vgxXml");
+  EXPECT_EQ(main.select_nodes("//Operation/State").size(), 11u);
+}
+
 TEST_F(GeneratorTest, Generate_ReloadsProjectReleasedByCleanup) {
   ASSERT_EQ(Connect(), S_OK);
   NOMZUBConnector::Instance()->Cleanup(0);
@@ -894,6 +1009,54 @@ TEST_F(GeneratorTest, States_MalformedMainDocumentKept) {
   EXPECT_EQ(ReadFile(Main()), "<VgxDocument><Process>");
 }
 
+TEST_F(GeneratorTest, States_FewerThanAppliedBeforeRefusedLeavingDocument) {
+  ConnectAndGenerate();
+  NOMZUBApply3DStatesCmd command;
+  ASSERT_EQ(command.ApplyStates(), S_OK);
+  const std::string once = ReadFile(Main());
+  ASSERT_TRUE(
+      Sql("DELETE FROM states WHERE operation = 'OP-010' AND "
+          "target = 'ManufProd/Gearbox/Cover'"));
+  NOMZUBConnector::Instance()->Cleanup(0);  // read the project again
+  log_.clear();
+  EXPECT_EQ(command.ApplyStates(), E_FAIL);
+  EXPECT_EQ(log_.messages(2),
+            Strings{std::string(kError) + "cannot apply 3D states: " + ZPath(soi_) +
+                    "\\SOI.vgxXml holds more 3D states in operation OP-010 than the project now "
+                    "has for it; generate the package again to apply them"});
+  EXPECT_EQ(ReadFile(Main()), once);
+}
+
+TEST_F(GeneratorTest, States_MoreThanAppliedBeforeAddedAfterThem) {
+  ConnectAndGenerate();
+  NOMZUBApply3DStatesCmd command;
+  ASSERT_EQ(command.ApplyStates(), S_OK);
+  ASSERT_TRUE(
+      Sql("INSERT INTO states VALUES ('AssemblyLine', 'OP-010', "
+          "'ManufProd/Gearbox/Shaft', 1, 99)"));
+  NOMZUBConnector::Instance()->Cleanup(0);
+  ASSERT_EQ(command.ApplyStates(), S_OK);
+  pugi::xml_document main = Parse(Main());
+  pugi::xml_node op10 = main.select_node("//Operation[@OID='OP-010']").node();
+  EXPECT_EQ(ChildAttributes(op10, "State", "Target"),
+            (Strings{"ManufProd/Gearbox/Housing", "ManufProd/Gearbox/Shaft",
+                     "ManufProd/Gearbox/Cover", "ManufProd/Gearbox/Shaft"}));
+  EXPECT_EQ(ChildAttributes(op10, "State", "Visible"), (Strings{"true", "false", "false", "true"}));
+}
+
+TEST_F(GeneratorTest, States_WrapperRefusingAChangeLeavesDocument) {
+  ConnectAndGenerate();
+  const std::string before = ReadFile(Main());
+  log_.clear();
+  nomtest::RecordingDomHook dom;
+  dom.FailAll(nomzub::DomCall::kAddAttribute, E_FAIL);
+  EXPECT_EQ(NOMZUBApply3DStatesCmd().ApplyStates(), E_FAIL);
+  EXPECT_EQ(log_.messages(2),
+            Strings{std::string(kError) + "cannot apply 3D states: cannot edit " + ZPath(soi_) +
+                    "\\SOI.vgxXml: the document wrapper refused a change"});
+  EXPECT_EQ(ReadFile(Main()), before);
+}
+
 TEST_F(GeneratorTest, Positions_WrittenIntoMainDocument) {
   ConnectAndGenerate();
   NOMZUBApplySimPositionBlobCmd command;
@@ -919,6 +1082,29 @@ TEST_F(GeneratorTest, Positions_SecondApplyReplacesTheFirst) {
       ChildAttributes(main.document_element().child("SimulationPositions"), "Position", "Target")
           .size(),
       6u);
+}
+
+TEST_F(GeneratorTest, Positions_SecondApplyLeavesTheSameBytes) {
+  ConnectAndGenerate();
+  NOMZUBApplySimPositionBlobCmd command;
+  ASSERT_EQ(command.ApplySimPositionBlobs(), S_OK);
+  const std::string once = ReadFile(Main());
+  ASSERT_EQ(command.ApplySimPositionBlobs(), S_OK);
+  EXPECT_EQ(ReadFile(Main()), once);
+}
+
+TEST_F(GeneratorTest, Positions_UnwritableMainDocumentRefusedOnce) {
+  ConnectAndGenerate();
+  const std::string before = ReadFile(Main());
+  log_.clear();
+  nomplat::FaultInjectionEnv env(nomplat::Env::Default());
+  env.FailOn(nomplat::FaultInjectionEnv::kWriteFileAtomic, 1, 5);
+  nomplat::ScopedEnv installed(&env);
+  EXPECT_EQ(NOMZUBApplySimPositionBlobCmd().ApplySimPositionBlobs(), E_FAIL);
+  EXPECT_EQ(log_.messages(2),
+            Strings{std::string(kError) + "cannot apply simulation positions: cannot write " +
+                    ZPath(soi_) + "\\SOI.vgxXml (error 5)"});
+  EXPECT_EQ(ReadFile(Main()), before);
 }
 
 TEST_F(GeneratorTest, Positions_OnlyObjectsOfThePackage) {

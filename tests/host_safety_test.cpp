@@ -10,11 +10,11 @@
 
 #include "commands.h"
 #include "journal.h"
-#include "platform/env.h"
 #include "platform/paths.h"
 #include "services/NOMZUBLog.h"
 #include "services/NOMZUBVGXGen.h"
 #include "support/driver_package.h"
+#include "support/fault_injection_env.h"
 #include "support/packngo_support.h"
 #include "support/test_support.h"
 

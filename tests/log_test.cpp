@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <ctime>
-#include <map>
 #include <regex>
 #include <sstream>
 #include <stdexcept>
@@ -13,8 +12,8 @@
 #include <vector>
 
 #include "platform/codepage.h"
-#include "platform/env.h"
 #include "services/NOMZUBLog.h"
+#include "support/table_env.h"
 #include "support/test_support.h"
 
 namespace {
@@ -22,6 +21,7 @@ namespace {
 using nomtest::LogCapture;
 using nomtest::LogLine;
 using nomtest::ReadFile;
+using nomtest::TableEnv;
 using nomtest::TempDir;
 using nomzub::FormatLogRecord;
 using nomzub::LogFormat;
@@ -68,23 +68,6 @@ class LogFileTest : public ::testing::Test {
 
  private:
   nomzub::LogSink* previous_;
-};
-
-// Answers environment look-ups from a table instead of the process environment.
-class TableEnv : public nomplat::EnvWrapper {
- public:
-  explicit TableEnv(std::map<std::string, std::string> variables)
-      : EnvWrapper(nomplat::Env::Default()), variables_(std::move(variables)) {}
-  bool GetEnvironmentVariable(const std::string& name, std::string* value) override {
-    auto it = variables_.find(name);
-    value->clear();
-    if (it == variables_.end()) return false;
-    *value = it->second;
-    return true;
-  }
-
- private:
-  std::map<std::string, std::string> variables_;
 };
 
 TEST(LogFormatTest, FormatRecord_RawIsLevelTabMessageNewline) {
@@ -358,6 +341,23 @@ TEST(LogFormatTest, FormatRecord_Jsonl932IsConvertedOnce) {
   EXPECT_THAT(record, ::testing::EndsWith("\"message\":\"\xE3\x83\x86\xE8\xA1\xA8\"}\n"));
 }
 
+TEST(LogFormatTest, AppendJsonString_AppendsEscapedTextWithoutQuotes) {
+  std::string out = "[";
+  nomzub::AppendJsonString("a\"b\\c\x7F\xC3\xA9", &out);
+  EXPECT_EQ(out, "[a\\\"b\\\\c\x7F\xC3\xA9");
+}
+
+TEST(LogFormatTest, AppendJsonString_EachMalformedByteIsReplacementCharacter) {
+  std::string out;
+  nomzub::AppendJsonString(
+      "a\xC0\x80"
+      "b\xED\xA0\x80",
+      &out);
+  EXPECT_EQ(out,
+            "a\xEF\xBF\xBD\xEF\xBF\xBD"
+            "b\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD");
+}
+
 TEST(LogFormatTest, ParseFormat_AcceptsTheThreeNames) {
   LogFormat format = LogFormat::kText;
   EXPECT_TRUE(nomzub::ParseLogFormat("raw", &format));
@@ -503,7 +503,6 @@ TEST_F(LogFileTest, ConfigureLog_DashMeansStandardError) {
 TEST_F(LogFileTest, Environment_NamesFileAndFormat) {
   const std::string file = dir_.Sub("env.log");
   TableEnv env({{"NOMZUB_LOG", file}, {"NOMZUB_LOG_FORMAT", "raw"}});
-  nomplat::ScopedEnv scoped(&env);
   nomzub::ResetLogConfiguration();
   NOMZUBLog::WriteMsg("from env", 0);
   EXPECT_EQ(ReadFile(file), "0\tfrom env\n");
@@ -513,7 +512,6 @@ TEST_F(LogFileTest, Environment_ConfigureLogOverridesIt) {
   const std::string env_file = dir_.Sub("env.log");
   const std::string option_file = dir_.Sub("option.log");
   TableEnv env({{"NOMZUB_LOG", env_file}, {"NOMZUB_LOG_FORMAT", "jsonl"}});
-  nomplat::ScopedEnv scoped(&env);
   nomzub::ResetLogConfiguration();
   ASSERT_TRUE(nomzub::ConfigureLog(option_file, LogFormat::kRaw));
   NOMZUBLog::WriteMsg("from option", 0);
@@ -523,7 +521,6 @@ TEST_F(LogFileTest, Environment_ConfigureLogOverridesIt) {
 
 TEST_F(LogFileTest, Environment_UnsetMeansTextOnStandardError) {
   TableEnv env({});
-  nomplat::ScopedEnv scoped(&env);
   nomzub::ResetLogConfiguration();
   ::testing::internal::CaptureStderr();
   NOMZUBLog::WriteMsg("Info:\t x", 0);
@@ -534,7 +531,6 @@ TEST_F(LogFileTest, Environment_UnsetMeansTextOnStandardError) {
 TEST_F(LogFileTest, Environment_UnknownFormatIsReportedAndTextUsed) {
   const std::string file = dir_.Sub("env.log");
   TableEnv env({{"NOMZUB_LOG", file}, {"NOMZUB_LOG_FORMAT", "xml"}});
-  nomplat::ScopedEnv scoped(&env);
   nomzub::ResetLogConfiguration();
   NOMZUBLog::WriteMsg("Info:\t x", 0);
   EXPECT_THAT(ReadFile(file),
@@ -547,7 +543,6 @@ TEST_F(LogFileTest, Environment_UnknownFormatIsReportedAndTextUsed) {
 TEST_F(LogFileTest, Environment_UnopenableFileIsReportedOnStandardError) {
   const std::string file = dir_.Sub("missing/env.log");
   TableEnv env({{"NOMZUB_LOG", file}, {"NOMZUB_LOG_FORMAT", "raw"}});
-  nomplat::ScopedEnv scoped(&env);
   nomzub::ResetLogConfiguration();
   ::testing::internal::CaptureStderr();
   NOMZUBLog::WriteMsg("Info:\t x", 0);

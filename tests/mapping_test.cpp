@@ -242,7 +242,7 @@ TEST_F(MappingTest, FactoryMissing_EveryNameEmpty) {
   nomzub::IdentCacheSetOperationPath("OP1", "Process/OP1");
   factory_.Add("A", "Alpha");
   factory_.Add("OP1", "Drill");
-  nomzub::OverrideObjectFactory(nullptr);
+  nomzub::SetObjectFactory(nomzub::kNoObjectFactory);
   EXPECT_EQ(Generate(), S_OK);
   EXPECT_EQ(Tree(), Document({Entity("", "Root/A#", "A"), Entity("", "Process/OP1", "OP1")}));
   EXPECT_THAT(ModuleLines(log_), ElementsAre(kIn, kOut));

@@ -185,6 +185,23 @@ TEST_F(Preflight, TwoFilesOnOneNameAreRefusedNamingBoth) {
   EXPECT_NE(message.find("'" + M("libB/bolt.vgxXml") + "'"), std::string::npos) << message;
 }
 
+// The main document is saved in place while the nested copies name the SOI directory as given:
+// one place spelled two ways is still one name.
+TEST_F(Preflight, CollisionSeenThroughAnotherSpellingOfTheOutput) {
+  Product("lib/SOI.vgxXml", AssemblyDocument({kAbsent}));
+  Package({{"ProductList", {"..\\lib\\SOI.vgxXml"}}});
+  PreflightOptions options = Options();
+  options.main_path = dir_.Sub("pkg/SOI.vgxXml");
+  EXPECT_TRUE(RefusedFor(nomsoi::RunPreflight(options), Refusal::kCollision));
+  Product("lib/B.vgxXml", AssemblyDocument({"..\\libB\\Bolt.vgxXml"}));
+  Product("libB/Bolt.vgxXml", AssemblyDocument({kAbsent}));
+  Product("libA/bolt.vgxXml", AssemblyDocument({kAbsent}));
+  Package({{"ProductList", {"..\\libA\\bolt.vgxXml", "..\\lib\\B.vgxXml"}}});
+  options.main_path = M("pkg/SOI.vgxXml");
+  options.soi_directory = dir_.Sub("pkg");
+  EXPECT_TRUE(RefusedFor(nomsoi::RunPreflight(options), Refusal::kCollision));
+}
+
 TEST_F(Preflight, CollisionAllowedWhenForced) {
   Product("libA/Bolt.vgxXml", AssemblyDocument({kAbsent}));
   Product("libB/Bolt.vgxXml", AssemblyDocument({kAbsent}));

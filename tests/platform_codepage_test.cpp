@@ -1,10 +1,10 @@
-// Code pages: stepping, comparison and search by character, conversions, BSTRs.
+// Code pages: stepping, comparison and search by character, conversions, the page chosen at
+// start, BSTRs.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <map>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,6 +12,7 @@
 #include "platform/codepage.h"
 #include "platform/win32.h"
 #include "services/NOMZUBLog.h"
+#include "support/table_env.h"
 #include "support/test_support.h"
 
 namespace nomplat {
@@ -108,16 +109,16 @@ TEST(CodePage, Inc_LeadByteBeforeTerminator_IsOneStep) {
   EXPECT_EQ(1, Step(""));
 }
 
-TEST(CodePage, IsLeadByte_FollowsCurrentCodePage) {
+TEST(CodePage, Inc_FollowsCodePageChanges) {
   {
     ScopedCodePage cp(932);
     ASSERT_TRUE(cp.ok());
-    EXPECT_TRUE(IsLeadByte(0x81));
-    EXPECT_FALSE(IsLeadByte(0xA1));
+    EXPECT_EQ(2, Step("\x81\x40"));
+    EXPECT_EQ(1, Step("\xA1\x40"));
   }
   ScopedCodePage cp(1252);
   ASSERT_TRUE(cp.ok());
-  EXPECT_FALSE(IsLeadByte(0x81));
+  EXPECT_EQ(1, Step("\x81\x40"));
 }
 
 // --- comparison -------------------------------------------------------------------------------
@@ -125,17 +126,16 @@ TEST(CodePage, IsLeadByte_FollowsCurrentCodePage) {
 TEST(CodePage, Compare_932_SingleByteA1SortsBeforeDoubleByte8140) {
   ScopedCodePage cp(932);
   ASSERT_TRUE(cp.ok());
-  EXPECT_EQ(-1, Sign(_mbscmp(U("\xA1"), U("\x81\x40"))));
-  EXPECT_EQ(1, Sign(_mbscmp(U("\x81\x40"), U("\xA1"))));
   EXPECT_EQ(-1, Sign(MbsCompare("\xA1", "\x81\x40")));
+  EXPECT_EQ(1, Sign(MbsCompare("\x81\x40", "\xA1")));
 }
 
 TEST(CodePage, Compare_1252_ComparesBytesUnsigned) {
   ScopedCodePage cp(1252);
   ASSERT_TRUE(cp.ok());
   // In a single-byte page 0x81 0x40 is two characters and 0x81 > 0xA1 is false.
-  EXPECT_EQ(-1, Sign(_mbscmp(U("\x81\x40"), U("\xA1"))));
-  EXPECT_EQ(1, Sign(_mbscmp(U("\xE9"), U("e"))));
+  EXPECT_EQ(-1, Sign(MbsCompare("\x81\x40", "\xA1")));
+  EXPECT_EQ(1, Sign(MbsCompare("\xE9", "e")));
 }
 
 TEST(CodePage, Compare_936_DoubleByteValueAgainstSingleByte) {
@@ -148,7 +148,7 @@ TEST(CodePage, Compare_936_DoubleByteValueAgainstSingleByte) {
 TEST(CodePage, Compare_UpperCaseSortsBeforeLowerCase) {
   ScopedCodePage cp(65001);
   ASSERT_TRUE(cp.ok());
-  EXPECT_EQ(-1, Sign(_mbscmp(U("Part"), U("part"))));
+  EXPECT_EQ(-1, Sign(MbsCompare("Part", "part")));
   EXPECT_EQ(-1, Sign(MbsCompare("Z", "a")));
   EXPECT_EQ(0, MbsCompare("Part", "Part"));
 }
@@ -156,9 +156,9 @@ TEST(CodePage, Compare_UpperCaseSortsBeforeLowerCase) {
 TEST(CodePage, Compare_PrefixSortsFirst) {
   ScopedCodePage cp(932);
   ASSERT_TRUE(cp.ok());
-  EXPECT_EQ(-1, Sign(_mbscmp(U("ab"), U("abc"))));
+  EXPECT_EQ(-1, Sign(MbsCompare("ab", "abc")));
   EXPECT_EQ(1, Sign(MbsCompare("ab\x81\x40", "ab")));
-  EXPECT_EQ(0, _mbscmp(U(""), U("")));
+  EXPECT_EQ(0, MbsCompare("", ""));
 }
 
 TEST(CodePage, Compare_LeadByteAtEndCountsAsSingleByte) {
@@ -180,63 +180,50 @@ TEST(CodePage, MbsLess_OrdersMapKeysByCharacters) {
 
 // --- search -----------------------------------------------------------------------------------
 
-TEST(CodePage, Rchr_932_TrailByte5CIsNoBackslash) {
+TEST(CodePage, FindLast_932_TrailByte5CIsNoBackslash) {
   ScopedCodePage cp(932);
   ASSERT_TRUE(cp.ok());
-  const char* name = "\x95\x5C.vgxXml";
-  EXPECT_EQ(nullptr, _mbsrchr(U(name), '\\'));
-  EXPECT_EQ(std::string::npos, MbsFindLast(name, '\\'));
-  const char* path = "dir\\\x95\x5C";
-  EXPECT_EQ(U(path) + 3, _mbsrchr(U(path), '\\'));
-  EXPECT_EQ(3u, MbsFindLast(path, '\\'));
+  EXPECT_EQ(std::string::npos, MbsFindLast("\x95\x5C.vgxXml", '\\'));
+  EXPECT_EQ(3u, MbsFindLast("dir\\\x95\x5C", '\\'));
 }
 
-TEST(CodePage, Rchr_1252_SameBytesHoldBackslash) {
+TEST(CodePage, FindLast_1252_SameBytesHoldBackslash) {
   ScopedCodePage cp(1252);
   ASSERT_TRUE(cp.ok());
-  const char* name = "\x95\x5C.vgxXml";
-  EXPECT_EQ(U(name) + 1, _mbsrchr(U(name), '\\'));
-  EXPECT_EQ(1u, MbsFindLast(name, '\\'));
+  EXPECT_EQ(1u, MbsFindLast("\x95\x5C.vgxXml", '\\'));
 }
 
-TEST(CodePage, Rchr_FindsLastOccurrenceAndTerminator) {
+TEST(CodePage, FindLast_FindsLastOccurrence) {
   ScopedCodePage cp(65001);
   ASSERT_TRUE(cp.ok());
-  const char* path = "a\\b\\c";
-  EXPECT_EQ(U(path) + 3, _mbsrchr(U(path), '\\'));
-  EXPECT_EQ(U(path) + 5, _mbsrchr(U(path), 0));
-  EXPECT_EQ(nullptr, _mbsrchr(U(path), '/'));
+  EXPECT_EQ(3u, MbsFindLast("a\\b\\c", '\\'));
+  EXPECT_EQ(std::string::npos, MbsFindLast("a\\b\\c", '/'));
 }
 
-TEST(CodePage, Str_932_TrailByte5CIsNoBackslash) {
+TEST(CodePage, Find_932_TrailByte5CIsNoBackslash) {
   ScopedCodePage cp(932);
   ASSERT_TRUE(cp.ok());
-  EXPECT_EQ(nullptr, _mbsstr(U("\x95\x5C"), U("\\")));
+  EXPECT_EQ(std::string::npos, MbsFind("\x95\x5C", "\\"));
   EXPECT_EQ(std::string::npos, MbsFind("\x95\x5Cx", "\\x"));
-  const char* path = "\x95\x5C\\x";
-  EXPECT_EQ(U(path) + 2, _mbsstr(U(path), U("\\x")));
-  EXPECT_EQ(2u, MbsFind(path, "\\x"));
+  EXPECT_EQ(2u, MbsFind("\x95\x5C\\x", "\\x"));
 }
 
-TEST(CodePage, Str_1252_SameBytesHoldBackslash) {
+TEST(CodePage, Find_1252_SameBytesHoldBackslash) {
   ScopedCodePage cp(1252);
   ASSERT_TRUE(cp.ok());
-  const char* text = "\x95\x5C";
-  EXPECT_EQ(U(text) + 1, _mbsstr(U(text), U("\\")));
+  EXPECT_EQ(1u, MbsFind("\x95\x5C", "\\"));
 }
 
-TEST(CodePage, Str_EmptyNeedleMatchesAtStart) {
+TEST(CodePage, Find_EmptyNeedleMatchesAtStart) {
   ScopedCodePage cp(932);
   ASSERT_TRUE(cp.ok());
-  const char* text = "abc";
-  EXPECT_EQ(U(text), _mbsstr(U(text), U("")));
-  EXPECT_EQ(0u, MbsFind(text, ""));
+  EXPECT_EQ(0u, MbsFind("abc", ""));
 }
 
-TEST(CodePage, Str_MissingNeedleIsNull) {
+TEST(CodePage, Find_MissingNeedleIsNpos) {
   ScopedCodePage cp(65001);
   ASSERT_TRUE(cp.ok());
-  EXPECT_EQ(nullptr, _mbsstr(U("abc"), U("abd")));
+  EXPECT_EQ(std::string::npos, MbsFind("abc", "abd"));
   EXPECT_EQ(std::string::npos, MbsFind("ab", "abc"));
 }
 
@@ -320,17 +307,26 @@ TEST(CodePage, MultiByteToWideChar_ZeroLengthSourceFails) {
 
 // --- other conversions ------------------------------------------------------------------------
 
-TEST(CodePage, WideToAcp_932DoubleByte) {
+TEST(CodePage, Utf8ToAcp_932DoubleByte) {
   ScopedCodePage cp(932);
   ASSERT_TRUE(cp.ok());
-  EXPECT_EQ("a\x95\x5C", WideToAcp(u"a\u8868"));
+  EXPECT_EQ("a\x95\x5C", Utf8ToAcp("a\xE8\xA1\xA8"));
 }
 
-TEST(CodePage, WideToAcp_UnrepresentableCharacterIsQuestionMark) {
+TEST(CodePage, Utf8ToAcp_UnrepresentableCharacterIsQuestionMark) {
   ScopedCodePage cp(1252);
   ASSERT_TRUE(cp.ok());
-  EXPECT_EQ("a?\xE9", WideToAcp(u"a\u3042\u00E9"));
-  EXPECT_EQ("?b", WideToAcp(u"\U0001F600b"));  // one character, one question mark
+  EXPECT_EQ("a?\xE9", Utf8ToAcp("a\xE3\x81\x82\xC3\xA9"));
+  EXPECT_EQ("?b", Utf8ToAcp("\xF0\x9F\x98\x80"
+                            "b"));  // one character, one question mark
+}
+
+TEST(CodePage, Utf8ToAcp_EachMalformedByteIsQuestionMark) {
+  ScopedCodePage cp(1252);
+  ASSERT_TRUE(cp.ok());
+  EXPECT_EQ("a??b", Utf8ToAcp("a\xC0\x80"
+                              "b"));         // an overlong form is two bad bytes
+  EXPECT_EQ("a??", Utf8ToAcp("a\xE3\x81"));  // cut short at the end: two bad bytes
 }
 
 TEST(CodePage, AcpToUtf8_932ConvertsAndBack) {
@@ -348,9 +344,18 @@ TEST(CodePage, AcpToUtf8_Utf8PageReturnsInputUnchanged) {
   EXPECT_EQ("bad\xFF", Utf8ToAcp("bad\xFF"));
 }
 
-TEST(CodePage, Utf8ToUtf16_SurrogatePairsAndInvalidBytes) {
-  EXPECT_EQ(u"\u00E9\U0001F600", Utf8ToUtf16("\xC3\xA9\xF0\x9F\x98\x80"));
-  EXPECT_EQ(u"a\uFFFD", Utf8ToUtf16("a\xC3"));
+TEST(CodePage, MultiByteToWideChar_Utf8SurrogatePairAndCutSequence) {
+  EXPECT_EQ(u"\u00E9\U0001F600", Wide(CP_UTF8, "\xC3\xA9\xF0\x9F\x98\x80"));
+  EXPECT_EQ(u"a\uFFFD", Wide(CP_UTF8, "a\xC3"));
+}
+
+TEST(CodePage, MultiByteToWideChar_Utf8OverlongAndSurrogateFormsAreBadBytes) {
+  EXPECT_EQ(u"\uFFFD\uFFFDx", Wide(CP_UTF8, "\xC0\x80x"));
+  EXPECT_EQ(u"\uFFFD\uFFFD\uFFFD", Wide(CP_UTF8, "\xED\xA0\x80"));
+  EXPECT_EQ(u"\uFFFD\uFFFD\uFFFD\uFFFD", Wide(CP_UTF8, "\xF4\x90\x80\x80"));
+}
+
+TEST(CodePage, Utf16ToUtf8_SurrogatePairAndUnpairedSurrogate) {
   EXPECT_EQ("\xC3\xA9\xF0\x9F\x98\x80", Utf16ToUtf8(u"\u00E9\U0001F600"));
   EXPECT_EQ(
       "a\xEF\xBF\xBD"
@@ -396,24 +401,6 @@ TEST(CodePage, ScopedCodePage_RestoresPrevious) {
   EXPECT_EQ(before, GetACP());
 }
 
-TEST(CodePage, DefaultACP_EnvironmentNumberWins) {
-  nomtest::ScopedEnvVar page("NOMZUB_CODE_PAGE", "932");
-  nomtest::ScopedEnvVar locale("LC_ALL", "C.UTF-8");
-  EXPECT_EQ(932u, DefaultACP());
-}
-
-TEST(CodePage, DefaultACP_Utf8LocaleIs65001) {
-  nomtest::ScopedEnvVar page("NOMZUB_CODE_PAGE", std::nullopt);
-  nomtest::ScopedEnvVar locale("LC_ALL", "C.UTF-8");
-  EXPECT_EQ(65001u, DefaultACP());
-}
-
-TEST(CodePage, DefaultACP_AsciiLocaleIs65001) {
-  nomtest::ScopedEnvVar page("NOMZUB_CODE_PAGE", std::nullopt);
-  nomtest::ScopedEnvVar locale("LC_ALL", "C");  // ASCII: UTF-8 names must still work
-  EXPECT_EQ(65001u, DefaultACP());
-}
-
 TEST(CodePage, LocaleNamesToWindowsNumbers) {
   EXPECT_EQ(65001u, CodePageOfCodeset("UTF-8"));
   EXPECT_EQ(65001u, CodePageOfCodeset("ANSI_X3.4-1968"));
@@ -426,35 +413,60 @@ TEST(CodePage, LocaleNamesToWindowsNumbers) {
   EXPECT_EQ(0u, CodePageOfCodeset("NO-SUCH-SET"));
 }
 
-TEST(CodePage, DefaultACP_BadEnvironmentValueIsLoggedAndIgnored) {
-  nomtest::ScopedEnvVar page("NOMZUB_CODE_PAGE", "utf8");
-  nomtest::ScopedEnvVar locale("LC_ALL", "C.UTF-8");
-  nomtest::LogCapture log;
-  EXPECT_EQ(65001u, DefaultACP());
-  EXPECT_EQ((std::vector<nomtest::LogLine>{
-                {2,
-                 "****** ERROR:\t NOMZUB_CODE_PAGE=\"utf8\" is not a supported code page "
-                 "number; using the locale's"}}),
-            log.lines());
-}
-
-TEST(CodePage, DefaultACP_UnsupportedEnvironmentNumberIsIgnored) {
-  nomtest::ScopedEnvVar page("NOMZUB_CODE_PAGE", "1361");
-  nomtest::ScopedEnvVar locale("LC_ALL", "C.UTF-8");
-  nomtest::LogCapture log;
-  EXPECT_EQ(65001u, DefaultACP());
-  EXPECT_EQ(1u, log.lines().size());
-}
-
 // The code page is chosen once per process: these run in a fresh one.
 TEST(CodePageStartup, GetACP_FollowsEnvironmentOnFirstUse) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   EXPECT_EXIT(
       {
         setenv("NOMZUB_CODE_PAGE", "932", 1);
-        std::exit(GetACP() == 932 && IsLeadByte(0x81) ? 0 : 1);
+        std::exit(GetACP() == 932 && Step("\x81\x40") == 2 ? 0 : 1);
       },
       ::testing::ExitedWithCode(0), "");
+}
+
+TEST(CodePageStartup, GetACP_ReadsEnvironmentThroughCurrentEnv) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(
+      {
+        unsetenv("NOMZUB_CODE_PAGE");
+        nomtest::TableEnv env({{"NOMZUB_CODE_PAGE", "932"}});
+        std::exit(GetACP() == 932 ? 0 : 1);
+      },
+      ::testing::ExitedWithCode(0), "");
+}
+
+TEST(CodePageStartup, GetACP_Utf8LocaleIs65001) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(
+      {
+        unsetenv("NOMZUB_CODE_PAGE");
+        setenv("LC_ALL", "C.UTF-8", 1);
+        std::exit(GetACP() == 65001 ? 0 : 1);
+      },
+      ::testing::ExitedWithCode(0), "");
+}
+
+TEST(CodePageStartup, GetACP_AsciiLocaleIs65001) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(
+      {
+        unsetenv("NOMZUB_CODE_PAGE");
+        setenv("LC_ALL", "C", 1);  // ASCII: UTF-8 names must still work
+        std::exit(GetACP() == 65001 ? 0 : 1);
+      },
+      ::testing::ExitedWithCode(0), "");
+}
+
+TEST(CodePageStartup, GetACP_UnsupportedEnvironmentNumberIsReportedAndIgnored) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(
+      {
+        setenv("NOMZUB_CODE_PAGE", "1361", 1);
+        setenv("LC_ALL", "C.UTF-8", 1);
+        std::exit(GetACP() == 65001 ? 0 : 1);
+      },
+      ::testing::ExitedWithCode(0),
+      "NOMZUB_CODE_PAGE=\"1361\" is not a supported code page number; using the locale's");
 }
 
 TEST(CodePageStartup, GetACP_BadEnvironmentValueIsReportedOnStandardError) {

@@ -15,6 +15,7 @@
 #include "platform/env.h"
 #include "platform/paths.h"
 #include "platform/win32.h"
+#include "support/table_env.h"
 #include "support/test_support.h"
 
 namespace nomplat {
@@ -297,6 +298,20 @@ TEST(ConfineEnvironment, Roots_EnvironmentVariableIsReadOnFirstUse) {
       {
         unsetenv("NOMZUB_CONFINE");
         std::exit(ConfinementRoots().empty() ? 0 : 1);
+      },
+      ::testing::ExitedWithCode(0), "");
+}
+
+TEST(ConfineEnvironment, Roots_EnvironmentVariableIsReadThroughCurrentEnv) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  TempDir a;
+  const std::string expected = RealPathOf(a.path());
+  EXPECT_EXIT(
+      {
+        unsetenv("NOMZUB_CONFINE");
+        nomtest::TableEnv env({{"NOMZUB_CONFINE", a.path()}});
+        const std::vector<std::string> roots = ConfinementRoots();
+        std::exit(roots.size() == 1 && roots[0] == expected ? 0 : 1);
       },
       ::testing::ExitedWithCode(0), "");
 }

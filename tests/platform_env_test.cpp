@@ -11,6 +11,7 @@
 #include "platform/env.h"
 #include "platform/paths.h"
 #include "platform/win32.h"
+#include "support/fault_injection_env.h"
 #include "support/test_support.h"
 
 namespace nomplat {
@@ -70,6 +71,11 @@ TEST(Env, SetCurrentEnv_NullRestoresDefaultAndReturnsReplaced) {
 }
 
 TEST(Env, Win32Calls_GoThroughCurrentEnv) {
+  // The platform reads its own settings (code page, drive maps, case look-up) through the Env on
+  // first use: let it do so before recording.
+  std::string native;
+  DWORD error = 0;
+  ToNativePath("C:\\a", &native, &error);
   RecordingEnv env(Env::Default());
   ScopedEnv install(&env);
   CopyFileA("C:\\a", "C:\\b", TRUE);
@@ -90,6 +96,7 @@ class FaultInjectionTest : public ::testing::Test {
     MapDrive('C', tmp_.path());
     WriteFile(tmp_.Sub("a.vgxXml"), "data");
     SetLastError(0);
+    faults_.Reset();  // the maps have just read the environment through it
   }
 
   TempDir tmp_;

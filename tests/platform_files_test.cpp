@@ -1,13 +1,16 @@
 // File operations of the default Env and the Windows calls over it, on real files: CopyFileA and
-// its error numbers, the existence test, reading, atomic writing and directory creation.
+// its error numbers, the existence test, reading, atomic writing, directory creation, and writing
+// whole buffers to descriptors (WriteAll).
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <functional>
 #include <string>
 #include <thread>
@@ -15,8 +18,10 @@
 
 #include "platform/codepage.h"
 #include "platform/env.h"
+#include "platform/fd.h"
 #include "platform/paths.h"
 #include "platform/win32.h"
+#include "support/fault_injection_env.h"
 #include "support/test_support.h"
 
 namespace nomplat {
@@ -660,6 +665,73 @@ TEST_F(FilesTest, CreateDirectories_FileInTheWayFails) {
 TEST_F(FilesTest, CreateDirectories_UnmappedDriveIsPathNotFound) {
   EXPECT_EQ(3u, CurrentEnv()->CreateDirectories("Q:\\a"));
 }
+
+// --- WriteAll ---------------------------------------------------------------------------------
+
+// Everything the read end of a pipe yields until every write end is closed.
+std::string ReadUntilEnd(int fd) {
+  std::string received;
+  char buffer[4096];
+  for (;;) {
+    const ssize_t n = read(fd, buffer, sizeof buffer);
+    if (n > 0) {
+      received.append(buffer, static_cast<size_t>(n));
+    } else if (n == 0 || errno != EINTR) {
+      return received;
+    }
+  }
+}
+
+TEST(WriteAll, WritesEveryByteInOrder) {
+  int fds[2];
+  ASSERT_EQ(0, pipe(fds));
+  const std::string data = "one record\n";
+  EXPECT_EQ(0u, WriteAll(fds[1], data.data(), data.size()));
+  close(fds[1]);
+  EXPECT_EQ(data, ReadUntilEnd(fds[0]));
+  close(fds[0]);
+}
+
+TEST(WriteAll, GoesOnAfterSignalsInterruptIt) {
+  struct sigaction interrupt {};
+  interrupt.sa_handler = [](int) {};
+  sigemptyset(&interrupt.sa_mask);
+  interrupt.sa_flags = 0;  // no SA_RESTART: a blocked write() returns early or fails with EINTR
+  struct sigaction previous {};
+  ASSERT_EQ(0, sigaction(SIGUSR1, &interrupt, &previous));
+  int fds[2];
+  ASSERT_EQ(0, pipe(fds));
+  std::string data(1 << 20, '\0');  // far more than the pipe holds: the writer blocks
+  for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<char>(i * 131 % 251);
+  const pthread_t writer = pthread_self();
+  std::string received;
+  std::thread reader([&] {
+    // Interrupts the writer while it waits for room, then drains the pipe.
+    for (int i = 0; i < 10; ++i) {
+      pthread_kill(writer, SIGUSR1);
+      usleep(2000);
+    }
+    received = ReadUntilEnd(fds[0]);
+  });
+  const DWORD error = WriteAll(fds[1], data.data(), data.size());
+  close(fds[1]);
+  reader.join();
+  close(fds[0]);
+  sigaction(SIGUSR1, &previous, nullptr);
+  EXPECT_EQ(0u, error);
+  EXPECT_TRUE(received == data) << received.size() << " of " << data.size() << " bytes";
+}
+
+TEST(WriteAll, FullDeviceIsDiskFull) {
+  const int fd = open("/dev/full", O_WRONLY | O_CLOEXEC);
+  if (fd < 0) GTEST_SKIP() << "no /dev/full";
+  EXPECT_EQ(112u, WriteAll(fd, "x", 1));
+  close(fd);
+}
+
+TEST(WriteAll, ClosedDescriptorIsInternalError) { EXPECT_EQ(1359u, WriteAll(-1, "x", 1)); }
+
+TEST(WriteAll, EmptyBufferWritesNothing) { EXPECT_EQ(0u, WriteAll(-1, "", 0)); }
 
 }  // namespace
 }  // namespace nomplat

@@ -1,11 +1,11 @@
-// Module paths to native paths: drives, shares, rooted and relative paths, separators, dots, the
-// case-insensitive fallback and code-page conversion; errno to Windows error numbers.
+// Module paths to native paths and back: drives, shares, rooted and relative paths, separators,
+// dots, the case-insensitive fallback, code-page conversion and the settings the environment
+// gives.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -14,6 +14,7 @@
 #include "platform/codepage.h"
 #include "platform/env.h"
 #include "platform/paths.h"
+#include "support/table_env.h"
 #include "support/test_support.h"
 
 namespace nomplat {
@@ -39,6 +40,15 @@ class PathsTest : public ::testing::Test {
     DWORD error = 0;
     if (!ToNativePath(modulePath, &native, &error)) return "<error " + std::to_string(error) + ">";
     return native;
+  }
+
+  // The module path of a native path; "<none>" when there is none.
+  static std::string Module(const std::string& nativePath) {
+    std::string modulePath = "<untouched>";
+    if (!ToModulePath(nativePath, &modulePath)) {
+      return modulePath == "<untouched>" ? "<none>" : "<changed on failure>";
+    }
+    return modulePath;
   }
 
   std::string T(const std::string& relative) const { return tmp_.Sub(relative); }
@@ -251,6 +261,12 @@ TEST_F(PathsTest, Case_NonAsciiLettersMatch) {
   EXPECT_EQ(T("Caf\xC3\xA9.txt"), Native("C:\\CAF\xC3\x89.TXT"));
 }
 
+TEST_F(PathsTest, Case_MalformedUtf8NameMatchesNoLetter) {
+  WriteFile(T("x\xC1\x81"), "1");  // an overlong form of "A": not a letter
+  EXPECT_EQ(T("xa"), Native("C:\\xa"));
+  EXPECT_EQ(T("x\xC1\x81"), Native("C:\\X\xC1\x81"));
+}
+
 TEST_F(PathsTest, Case_DisabledKeepsNameAsWritten) {
   WriteFile(T("Pkg/Part.vgxXml"), "1");
   SetCaseInsensitiveLookup(false);
@@ -419,23 +435,142 @@ TEST_F(PathsTest, CodePage_1252BytesBecomeUtf8) {
   EXPECT_EQ(T("caf\xC3\xA9"), Native("C:\\caf\xE9"));
 }
 
-// --- errno ------------------------------------------------------------------------------------
+// --- back to module paths ---------------------------------------------------------------------
 
-TEST(Paths, MapErrno_WindowsNumbers) {
-  EXPECT_EQ(2u, MapErrno(ENOENT));
-  EXPECT_EQ(3u, MapErrno(ENOTDIR));
-  EXPECT_EQ(5u, MapErrno(EACCES));
-  EXPECT_EQ(5u, MapErrno(EPERM));
-  EXPECT_EQ(5u, MapErrno(EROFS));
-  EXPECT_EQ(5u, MapErrno(EISDIR));
-  EXPECT_EQ(32u, MapErrno(EBUSY));
-  EXPECT_EQ(32u, MapErrno(ETXTBSY));
-  EXPECT_EQ(80u, MapErrno(EEXIST));
-  EXPECT_EQ(112u, MapErrno(ENOSPC));
-  EXPECT_EQ(112u, MapErrno(EDQUOT));
-  EXPECT_EQ(206u, MapErrno(ENAMETOOLONG));
-  EXPECT_EQ(1359u, MapErrno(EIO));
-  EXPECT_EQ(1359u, MapErrno(EINVAL));
+TEST_F(PathsTest, ToModule_PathUnderMappedDriveIsOnThatDrive) {
+  EXPECT_EQ("C:\\Pkg\\Part.vgxXml", Module(T("Pkg/Part.vgxXml")));
+}
+
+TEST_F(PathsTest, ToModule_PathOutsideEveryMappedDirectoryIsOnZ) {
+  EXPECT_EQ("Z:\\usr\\share\\x", Module("/usr/share/x"));
+}
+
+TEST_F(PathsTest, ToModule_MappedDirectoryItselfIsDriveRoot) {
+  EXPECT_EQ("C:\\", Module(tmp_.path()));
+  EXPECT_EQ("C:\\", Module(tmp_.path() + "/"));
+  EXPECT_EQ("Z:\\", Module("/"));
+}
+
+TEST_F(PathsTest, ToModule_LongestMappedDirectoryWins) {
+  MapDrive('D', T("Pkg/Sub"));
+  EXPECT_EQ("D:\\x", Module(T("Pkg/Sub/x")));
+  EXPECT_EQ("C:\\Pkg\\x", Module(T("Pkg/x")));
+  MapDrive('A', T("Pkg"));  // an earlier letter, but a shorter directory
+  EXPECT_EQ("D:\\x", Module(T("Pkg/Sub/x")));
+}
+
+TEST_F(PathsTest, ToModule_NameThatOnlyStartsLikeMappedDirectoryIsNotInIt) {
+  MapDrive('D', T("Pkg"));
+  EXPECT_EQ("C:\\PkgX\\y", Module(T("PkgX/y")));
+}
+
+TEST_F(PathsTest, ToModule_TieGoesToEarlierLetterThenDriveBeforeShare) {
+  MapShare("\\\\srv\\pub", T("Same"));
+  MapDrive('E', T("Same"));
+  MapDrive('D', T("Same"));
+  EXPECT_EQ("D:\\x", Module(T("Same/x")));
+}
+
+TEST_F(PathsTest, ToModule_ShareDirectoryKeepsShareSpelling) {
+  MapShare("\\\\Srv\\Pub\\", T("pub"));
+  EXPECT_EQ("\\\\Srv\\Pub\\a\\b.vgxGeom", Module(T("pub/a/b.vgxGeom")));
+  EXPECT_EQ("\\\\Srv\\Pub\\", Module(T("pub")));
+}
+
+TEST_F(PathsTest, ToModule_RemappedShareTakesNewSpellingAndDirectory) {
+  MapShare("\\\\srv\\pub", T("old"));
+  MapShare("\\\\SRV\\PUB", T("new"));
+  EXPECT_EQ("\\\\SRV\\PUB\\f", Module(T("new/f")));
+  EXPECT_EQ("C:\\old\\f", Module(T("old/f")));
+}
+
+TEST_F(PathsTest, ToModule_RemappedZLeavesOtherPathsWithoutModulePath) {
+  MapDrive('Z', T("z"));
+  EXPECT_EQ("Z:\\f", Module(T("z/f")));
+  EXPECT_EQ("<none>", Module("/usr/share/x"));
+  EXPECT_EQ("<none>", Module("/"));
+}
+
+TEST_F(PathsTest, ToModule_RelativePathHasNone) {
+  EXPECT_EQ("<none>", Module("Pkg/x"));
+  EXPECT_EQ("<none>", Module(""));
+}
+
+TEST_F(PathsTest, ToModule_DotsAndRepeatedSlashesAreResolved) {
+  EXPECT_EQ("C:\\Pkg\\b", Module(tmp_.path() + "//Pkg/./a/../b"));
+  MapDrive('D', T("Pkg/./Sub/"));  // the mapped directory is compared the same way
+  EXPECT_EQ("D:\\x", Module(T("Pkg/Sub/x")));
+}
+
+TEST_F(PathsTest, ToModule_TrailingSlashStaysTrailingBackslash) {
+  EXPECT_EQ("C:\\Pkg\\", Module(T("Pkg/")));
+}
+
+TEST_F(PathsTest, ToModule_NameAModulePathCannotHoldHasNone) {
+  EXPECT_EQ("<none>", Module(T("a\\b")));  // would split in two
+  EXPECT_EQ("<none>", Module(T("a:b")));
+  EXPECT_EQ("<none>", Module(T("what?")));
+  EXPECT_EQ("<none>", Module(T("trailing.")));
+}
+
+TEST_F(PathsTest, ToModule_IsInTheCodePage) {
+  ScopedCodePage cp(932);
+  ASSERT_TRUE(cp.ok());
+  EXPECT_EQ("C:\\\x95\x5C\\x.txt", Module(T("\xE8\xA1\xA8/x.txt")));
+}
+
+TEST_F(PathsTest, ToModule_CharacterTheCodePageLacksHasNone) {
+  ScopedCodePage cp(1252);
+  ASSERT_TRUE(cp.ok());
+  EXPECT_EQ("<none>", Module(T("\xE3\x81\x82.txt")));
+  EXPECT_EQ("C:\\caf\xE9", Module(T("caf\xC3\xA9")));
+}
+
+TEST_F(PathsTest, ToModule_RoundTripsThroughToNativePath) {
+  MapShare("\\\\srv\\pub", T("pub"));
+  MapDrive('D', T("d"));
+  for (const std::string& file : {T("pub/Dir/a.vgxXml"), T("d/B.vgxGeom"), T("Pkg/c d.txt")}) {
+    WriteFile(file, "1");
+    const std::string modulePath = Module(file);
+    EXPECT_EQ(file, Native(modulePath)) << modulePath;
+  }
+  EXPECT_EQ("\\\\srv\\pub\\Dir\\a.vgxXml", Module(T("pub/Dir/a.vgxXml")));
+}
+
+// --- settings through the Env -----------------------------------------------------------------
+
+TEST_F(PathsTest, Environment_DrivesAndSharesAreReadThroughCurrentEnv) {
+  ScopedEnvVar drives("NOMZUB_DRIVES", std::nullopt);
+  ScopedEnvVar shares("NOMZUB_SHARES", std::nullopt);
+  nomtest::TableEnv env(
+      {{"NOMZUB_DRIVES", "D=" + T("d")}, {"NOMZUB_SHARES", "\\\\srv\\pub=" + T("pub")}});
+  ResetPathMaps();
+  EXPECT_EQ(T("d/x"), Native("D:\\x"));
+  EXPECT_EQ(T("pub/y"), Native("\\\\srv\\pub\\y"));
+  EXPECT_EQ("D:\\x", Module(T("d/x")));
+}
+
+TEST_F(PathsTest, Environment_ProblemsAreLoggedOnceAfterEachReset) {
+  nomtest::TableEnv env({{"NOMZUB_DRIVES", "CD=/y"}});
+  ResetPathMaps();
+  nomtest::LogCapture log;
+  EXPECT_EQ("<error 3>", Native("D:\\x"));
+  EXPECT_EQ("<error 3>", Native("D:\\x"));
+  EXPECT_EQ(1u, log.messages(2).size());
+  ResetPathMaps();
+  EXPECT_EQ("<error 3>", Native("D:\\x"));
+  EXPECT_EQ(2u, log.messages(2).size());
+}
+
+TEST(PathsEnvironment, Case_SettingIsReadThroughCurrentEnv) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(
+      {
+        unsetenv("NOMZUB_CASE_SENSITIVE");
+        nomtest::TableEnv env({{"NOMZUB_CASE_SENSITIVE", "1"}});
+        std::exit(CaseInsensitiveLookup() ? 1 : 0);
+      },
+      ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

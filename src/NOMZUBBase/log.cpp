@@ -14,6 +14,8 @@
 
 #include "platform/codepage.h"
 #include "platform/env.h"
+#include "platform/fd.h"
+#include "platform/utf8.h"
 #include "services/NOMZUBLog.h"
 
 namespace nomzub {
@@ -40,36 +42,6 @@ std::string UtcTimestamp() {
                 static_cast<int>(ms % 1000));
   return text;
 }
-
-// Length of the well-formed UTF-8 sequence at s[i] (1 to 4), or 0 when it is malformed:
-// truncated, overlong, a surrogate or beyond U+10FFFF.
-size_t Utf8SequenceLength(const std::string& s, size_t i) {
-  const auto byte = [&](size_t k) { return static_cast<unsigned char>(s[k]); };
-  const unsigned char lead = byte(i);
-  if (lead < 0x80) return 1;
-  size_t length;
-  unsigned char low = 0x80, high = 0xBF;  // allowed range of the second byte
-  if (lead >= 0xC2 && lead <= 0xDF) {
-    length = 2;
-  } else if (lead >= 0xE0 && lead <= 0xEF) {
-    length = 3;
-    if (lead == 0xE0) low = 0xA0;
-    if (lead == 0xED) high = 0x9F;
-  } else if (lead >= 0xF0 && lead <= 0xF4) {
-    length = 4;
-    if (lead == 0xF0) low = 0x90;
-    if (lead == 0xF4) high = 0x8F;
-  } else {
-    return 0;
-  }
-  if (i + length > s.size()) return 0;
-  if (byte(i + 1) < low || byte(i + 1) > high) return 0;
-  for (size_t k = 2; k < length; ++k) {
-    if (byte(i + k) < 0x80 || byte(i + k) > 0xBF) return 0;
-  }
-  return length;
-}
-
 
 // True for the bytes a text or raw record escapes: the control characters 0x00-0x1F and 0x7F,
 // except the tab that the module's own prefixes hold. None of them is ever part of a multibyte
@@ -120,21 +92,6 @@ std::string RawMessage(const std::string& message) {
   return out;
 }
 
-// Appends text with every malformed UTF-8 sequence replaced by U+FFFD (the UTF-8 code page
-// passes a message through unconverted, so it may hold any bytes).
-void AppendValidUtf8(const std::string& text, std::string* out) {
-  for (size_t i = 0; i < text.size();) {
-    const size_t length = Utf8SequenceLength(text, i);
-    if (length == 0) {
-      *out += "\xEF\xBF\xBD";
-      ++i;
-    } else {
-      out->append(text, i, length);
-      i += length;
-    }
-  }
-}
-
 // The message of a text record: converted from the process's code page to valid UTF-8, an
 // invalid byte sequence becoming U+FFFD, with the control characters escaped. Runs between
 // control bytes are converted one at a time.
@@ -154,7 +111,10 @@ std::string TextMessage(const std::string& message) {
   size_t start = 0;
   for (size_t i = 0; i <= message.size(); ++i) {
     if (i < message.size() && !IsControl(static_cast<unsigned char>(message[i]))) continue;
-    if (i > start) AppendValidUtf8(nomplat::AcpToUtf8(message.substr(start, i - start)), &out);
+    // The UTF-8 code page passes a message through unconverted, so it may hold any bytes.
+    if (i > start) {
+      nomplat::AppendValidUtf8(nomplat::AcpToUtf8(message.substr(start, i - start)), &out);
+    }
     if (i < message.size()) AppendControl(static_cast<unsigned char>(message[i]), &out);
     start = i + 1;
   }
@@ -162,20 +122,46 @@ std::string TextMessage(const std::string& message) {
 }
 
 // Writes all of record with as few write() calls as the kernel allows (one for a regular file
-// or a terminal). Returns false when the descriptor refuses it.
-bool WriteAll(int fd, const std::string& record) {
-  const char* data = record.data();
-  size_t left = record.size();
-  while (left > 0) {
-    const ssize_t written = ::write(fd, data, left);
-    if (written < 0) {
-      if (errno == EINTR) continue;
-      return false;
-    }
-    data += written;
-    left -= static_cast<size_t>(written);
+// or a terminal). A record the descriptor refuses is dropped.
+void WriteRecord(int fd, const std::string& record) {
+  nomplat::WriteAll(fd, record.data(), record.size());
+}
+
+// Appends ASCII character c as the inside of a JSON string holds it: quotes, backslashes and
+// control characters escaped.
+void AppendJsonAscii(unsigned char c, std::string* out) {
+  static const char kHex[] = "0123456789abcdef";
+  switch (c) {
+    case '"':
+      *out += "\\\"";
+      break;
+    case '\\':
+      *out += "\\\\";
+      break;
+    case '\b':
+      *out += "\\b";
+      break;
+    case '\f':
+      *out += "\\f";
+      break;
+    case '\n':
+      *out += "\\n";
+      break;
+    case '\r':
+      *out += "\\r";
+      break;
+    case '\t':
+      *out += "\\t";
+      break;
+    default:
+      if (c < 0x20) {
+        *out += "\\u00";
+        *out += kHex[c >> 4];
+        *out += kHex[c & 0xF];
+      } else {
+        *out += static_cast<char>(c);
+      }
   }
-  return true;
 }
 
 // The default sink: standard error or a file opened for appending, in one of the formats.
@@ -190,7 +176,7 @@ class FileSink {
   void Write(const std::string& message, int32_t level) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (!configured_) ConfigureFromEnvironmentLocked();
-    WriteAll(fd_, FormatLogRecord(format_, message, level));
+    WriteRecord(fd_, FormatLogRecord(format_, message, level));
   }
 
   bool Configure(const std::string& target, LogFormat format) {
@@ -241,18 +227,19 @@ class FileSink {
     ReplaceTargetLocked(target_ok ? fd : STDERR_FILENO, format);
 
     if (!format_ok) {
-      WriteAll(fd_,
-               FormatLogRecord(format_,
+      WriteRecord(
+          fd_, FormatLogRecord(format_,
                                "****** ERROR:\t Unknown log format \"" + format_name + "\" in " +
                                    kFormatVariable + " (expected text, raw or jsonl); using text",
                                kServiceLevel));
     }
     if (!target_ok) {
-      WriteAll(fd_, FormatLogRecord(format_,
-                                    "****** ERROR:\t Cannot open log file " + target +
-                                        " named by " + kLogVariable + ": " +
-                                        std::strerror(open_error) + "; logging to standard error",
-                                    kServiceLevel));
+      WriteRecord(fd_,
+                  FormatLogRecord(format_,
+                                  "****** ERROR:\t Cannot open log file " + target + " named by " +
+                                      kLogVariable + ": " + std::strerror(open_error) +
+                                      "; logging to standard error",
+                                  kServiceLevel));
     }
   }
 
@@ -265,53 +252,7 @@ class FileSink {
 }  // namespace
 
 void AppendJsonString(const std::string& text, std::string* out) {
-  static const char kHex[] = "0123456789abcdef";
-  for (size_t i = 0; i < text.size();) {
-    const unsigned char c = static_cast<unsigned char>(text[i]);
-    const size_t length = Utf8SequenceLength(text, i);
-    if (length == 0) {
-      *out += "\xEF\xBF\xBD";
-      ++i;
-      continue;
-    }
-    if (length > 1) {
-      out->append(text, i, length);
-      i += length;
-      continue;
-    }
-    switch (c) {
-      case '"':
-        *out += "\\\"";
-        break;
-      case '\\':
-        *out += "\\\\";
-        break;
-      case '\b':
-        *out += "\\b";
-        break;
-      case '\f':
-        *out += "\\f";
-        break;
-      case '\n':
-        *out += "\\n";
-        break;
-      case '\r':
-        *out += "\\r";
-        break;
-      case '\t':
-        *out += "\\t";
-        break;
-      default:
-        if (c < 0x20) {
-          *out += "\\u00";
-          *out += kHex[c >> 4];
-          *out += kHex[c & 0xF];
-        } else {
-          *out += static_cast<char>(c);
-        }
-    }
-    ++i;
-  }
+  nomplat::AppendValidUtf8(text, out, AppendJsonAscii);
 }
 
 LogSink::~LogSink() = default;

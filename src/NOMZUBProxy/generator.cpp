@@ -2,6 +2,7 @@
 // real one over the connected project unless a test installed another.
 #include "NOMZUBProxy/package_writer.h"
 #include "NOMZUBProxy/positioning.h"
+#include "NOMZUBProxy/service_slot.h"
 #include "NOMZUBProxy/session.h"
 #include "services/NOMZUBLog.h"
 #include "services/NOMZUBVGXGen.h"
@@ -30,17 +31,19 @@ class ProjectGenerator : public nomzub::GeneratorBackend {
   HRESULT ApplySimPositionBlobs() override { return nomzub::proxy::ApplyPositionsToPackage(); }
 };
 
-ProjectGenerator g_project_generator;
-nomzub::GeneratorBackend* g_backend = &g_project_generator;
+nomzub::GeneratorBackend* ProjectBackend() {
+  static ProjectGenerator generator;
+  return &generator;
+}
+
+nomzub::proxy::ServiceSlot<nomzub::GeneratorBackend> g_backend(ProjectBackend, nullptr);
 
 }  // namespace
 
 nomzub::GeneratorBackend::~GeneratorBackend() = default;
 
-nomzub::GeneratorBackend* nomzub::SetGeneratorBackend(GeneratorBackend* backend) {
-  GeneratorBackend* previous = g_backend;
-  g_backend = backend != nullptr ? backend : &g_project_generator;
-  return previous;
+nomzub::GeneratorBackend* nomzub::SetGeneratorBackend(GeneratorBackend* replacement) {
+  return g_backend.Set(replacement);
 }
 
 NOMZUBVGXGenerator::NOMZUBVGXGenerator() = default;
@@ -49,15 +52,15 @@ NOMZUBVGXGenerator::~NOMZUBVGXGenerator() = default;
 HRESULT NOMZUBVGXGenerator::GenerateVGXPackage(const std::string& input,
                                                const std::string& soiDirectory,
                                                const std::string& name, const std::string& option) {
-  return g_backend->GenerateVGXPackage(input, soiDirectory, name, option);
+  return g_backend.Get()->GenerateVGXPackage(input, soiDirectory, name, option);
 }
 
 NOMZUBApply3DStatesCmd::NOMZUBApply3DStatesCmd() = default;
 NOMZUBApply3DStatesCmd::~NOMZUBApply3DStatesCmd() = default;
-HRESULT NOMZUBApply3DStatesCmd::ApplyStates() { return g_backend->ApplyStates(); }
+HRESULT NOMZUBApply3DStatesCmd::ApplyStates() { return g_backend.Get()->ApplyStates(); }
 
 NOMZUBApplySimPositionBlobCmd::NOMZUBApplySimPositionBlobCmd() = default;
 NOMZUBApplySimPositionBlobCmd::~NOMZUBApplySimPositionBlobCmd() = default;
 HRESULT NOMZUBApplySimPositionBlobCmd::ApplySimPositionBlobs() {
-  return g_backend->ApplySimPositionBlobs();
+  return g_backend.Get()->ApplySimPositionBlobs();
 }

@@ -3,7 +3,12 @@
 #include <string>
 #include <unordered_map>
 
+#include "NOMZUBProxy/service_slot.h"
 #include "services/NOMZUBObjectFactory.h"
+
+NOMIZUBObject::~NOMIZUBObject() = default;
+NOMZUBObjectFactory::NOMZUBObjectFactory() = default;
+NOMZUBObjectFactory::~NOMZUBObjectFactory() = default;
 
 namespace {
 
@@ -24,18 +29,28 @@ std::unordered_map<std::string, NamedObject>& Objects() {
   return objects;
 }
 
-bool g_factory_overridden = false;
-NOMZUBObjectFactory* g_factory_override = nullptr;
+// The process-wide factory (the class's constructor is protected).
+class ProcessObjectFactory final : public NOMZUBObjectFactory {};
+
+// Stands for "no factory" while installed; never called through.
+class NoObjectFactory final : public NOMZUBObjectFactory {};
+NoObjectFactory g_no_factory;
+
+NOMZUBObjectFactory* ProcessFactory() {
+  static ProcessObjectFactory factory;
+  return &factory;
+}
+
+nomzub::proxy::ServiceSlot<NOMZUBObjectFactory> g_factory(ProcessFactory, &g_no_factory);
 
 }  // namespace
 
-NOMIZUBObject::~NOMIZUBObject() = default;
-NOMZUBObjectFactory::NOMZUBObjectFactory() = default;
-NOMZUBObjectFactory::~NOMZUBObjectFactory() = default;
+NOMZUBObjectFactory* const nomzub::kNoObjectFactory = &g_no_factory;
 
-NOMZUBObjectFactory* NOMZUBObjectFactory::Instance() {
-  static NOMZUBObjectFactory instance;
-  return g_factory_overridden ? g_factory_override : &instance;
+NOMZUBObjectFactory* NOMZUBObjectFactory::Instance() { return g_factory.Get(); }
+
+NOMZUBObjectFactory* nomzub::SetObjectFactory(NOMZUBObjectFactory* replacement) {
+  return g_factory.Set(replacement);
 }
 
 HRESULT NOMZUBObjectFactory::GetObject(const std::string& id, NOMIZUBObject** object) {
@@ -52,13 +67,3 @@ void nomzub::RegisterObject(const std::string& oid, const std::string& name) {
 }
 
 void nomzub::ClearObjects() { Objects().clear(); }
-
-void nomzub::OverrideObjectFactory(NOMZUBObjectFactory* factory) {
-  g_factory_overridden = true;
-  g_factory_override = factory;
-}
-
-void nomzub::RestoreObjectFactory() {
-  g_factory_overridden = false;
-  g_factory_override = nullptr;
-}

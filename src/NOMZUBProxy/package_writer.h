@@ -3,7 +3,6 @@
 #ifndef NOM_NOMZUBPROXY_PACKAGE_WRITER_H_
 #define NOM_NOMZUBPROXY_PACKAGE_WRITER_H_
 
-#include <set>
 #include <string>
 
 #include "NOMSOITypes.h"
@@ -12,17 +11,14 @@
 
 namespace nomzub::proxy {
 
-// Writes the package called name for the top-level entries of project that lie in one of lists
-// and pass filter; fills the identifier cache, registers the objects and the package (which the
-// caller has cleared before, so that a failure leaves none).
-// input and option are the generator's arguments (syntax in NOMZUBVGXGenerator.h). S_OK; E_FAIL
-// with the cause at level 2.
+// Writes the package called name for the top-level entries of project that lie in one of the
+// lists input names and pass filter; fills the identifier cache and registers the package (which
+// the caller has cleared before, so that a failure leaves none). input and option are the
+// generator's arguments (syntax in NOMZUBVGXGenerator.h). S_OK; E_FAIL with the cause at level 2,
+// nothing written when an argument, a directory or the object count is refused.
 HRESULT GeneratePackage(const Project& project, const Filter& filter, const std::string& input,
                         const std::string& soiDirectory, const std::string& name,
                         const std::string& option);
-
-// A 12-number placement matrix text: the rotation rows, then the translation.
-std::string PlacementText(const Placement& placement);
 
 }  // namespace nomzub::proxy
 

@@ -3,6 +3,7 @@
 
 #include <functional>
 
+#include "NOMZUBProxy/accounts.h"
 #include "NOMZUBProxy/planning_db.h"
 #include "NOMZUBProxy/planning_schema.h"
 #include "NOMZUBProxy/project_store.h"

@@ -2,10 +2,6 @@
 #include "NOMZUBProxy/project_store.h"
 
 #include <charconv>
-#include <random>
-
-#include "NOMZUBProxy/sha256.h"
-#include "services/NOMZUBConnector.h"
 
 namespace nomzub::proxy {
 namespace {
@@ -99,25 +95,6 @@ bool StoreProject(PlanningDb& db, const Project& project, const std::string& des
         {name, s.operation, s.target, Text(s.seq), Text(at.x), Text(at.y), Text(at.z),
          Text(at.rz)});
   }
-  return w.ok();
-}
-
-bool StoreAccount(PlanningDb& db, const std::string& login, const std::string& password,
-                  std::string* error) {
-  if (password.size() > kMaxPasswordBytes) {
-    *error = "the password of account '" + login + "' is longer than " +
-             std::to_string(kMaxPasswordBytes) + " bytes (the limit)";
-    return false;
-  }
-  std::random_device random;
-  std::string salt_bytes;
-  for (int i = 0; i < 16; ++i) salt_bytes += static_cast<char>(random());
-  std::string salt = ToHex(salt_bytes);
-  std::string hash = ToHex(Pbkdf2HmacSha256(password, salt, kPasswordIterations, 32));
-  Writer w(db, error);
-  w.Run("DELETE FROM accounts WHERE login = ?", {login});
-  w.Run("INSERT INTO accounts (login, salt, iterations, password_hash) VALUES (?, ?, ?, ?)",
-        {login, salt, Text(kPasswordIterations), hash});
   return w.ok();
 }
 

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "NOMSOIUtility.h"
+#include "platform/codepage.h"
 #include "platform/env.h"
 #include "platform/paths.h"
 #include "platform/win32.h"
@@ -240,7 +241,7 @@ class NOMSOIPreflight {
   // Notes that target receives the file source; two different files on one name (compared
   // without letter case) are refused unless allowed.
   void Claim(const std::string& target, const std::string& source, const Identity& identity) {
-    const std::u32string key = nomplat::CaseFoldKey(target);
+    const std::u32string key = TargetKey(target);
     const auto found = claims_.find(key);
     if (found == claims_.end()) {
       claims_.emplace(key, Claimant{source, identity});
@@ -251,6 +252,15 @@ class NOMSOIPreflight {
     Refuse(Refusal::kCollision, "two different files would land on " + Quoted(target) + ": " +
                                     Quoted(found->second.source) + " and " + Quoted(source) +
                                     " (use --force to let the later copy win)");
+  }
+
+  // Where a target lands, compared without letter case: its native path, so that two spellings
+  // of one place ("Z:\out\A", "/out/A", "out\.\A") are one key.
+  static std::u32string TargetKey(const std::string& target) {
+    std::string native;
+    DWORD error = 0;
+    if (!nomplat::ToNativePath(target, &native, &error)) return nomplat::CaseFoldKey(target);
+    return nomplat::CaseFoldKey(nomplat::Utf8ToAcp(native));
   }
 
   // The non-empty IsInstanceOf values of the main document's list children, list by list.
@@ -265,7 +275,7 @@ class NOMSOIPreflight {
       IXMLDOMNodeList* children = nullptr;
       doc.GetChildNodes(list, &children, "CLitAssyGroup");
       if (children != nullptr) {
-        AppendValues(doc, children, &values);
+        AppendValues(doc, children, "IsInstanceOf", &values);
         children->Release();
       }
       list->Release();
@@ -275,18 +285,25 @@ class NOMSOIPreflight {
 
   // The non-empty IsInstanceOf values of a product document's CLitAssyGroup elements.
   static std::vector<std::string> NestedValues(const std::string& path) {
+    return ElementAttributes(path, "CLitAssyGroup", "IsInstanceOf");
+  }
+
+  // The non-empty values of one attribute of every element of that name in a document, in
+  // document order; none when the document cannot be opened.
+  static std::vector<std::string> ElementAttributes(const std::string& path, const char* element,
+                                                    const char* attribute) {
     std::vector<std::string> values;
     NOMZUBDOMWrapper doc;
     if (doc.OpenDocument(path) < 0) return values;
     IXMLDOMNodeList* nodes = nullptr;
-    doc.GetNodes("CLitAssyGroup", &nodes);
+    doc.GetNodes(element, &nodes);
     if (nodes == nullptr) return values;
-    AppendValues(doc, nodes, &values);
+    AppendValues(doc, nodes, attribute, &values);
     nodes->Release();
     return values;
   }
 
-  static void AppendValues(NOMZUBDOMWrapper& doc, IXMLDOMNodeList* nodes,
+  static void AppendValues(NOMZUBDOMWrapper& doc, IXMLDOMNodeList* nodes, const char* attribute,
                            std::vector<std::string>* values) {
     long count = 0;
     if (nodes->get_length(&count) < 0) return;
@@ -295,43 +312,29 @@ class NOMSOIPreflight {
       nodes->get_item(i, &node);
       if (node == nullptr) continue;
       std::string value;
-      doc.GetAttribute(node, "IsInstanceOf", value);
+      doc.GetAttribute(node, attribute, value);
       if (!value.empty()) values->push_back(std::move(value));
       node->Release();
     }
   }
 
-  // The files a main document or view file names in Resource elements.
+  // The files a main document or view file names in Resource elements, relative to the path the
+  // document is opened with.
   void PlanResources(const std::string& document_path) {
-    NOMZUBDOMWrapper doc;
-    if (doc.OpenDocument(document_path) < 0) return;
-    IXMLDOMNodeList* nodes = nullptr;
-    doc.GetNodes("Resource", &nodes);
-    if (nodes == nullptr) return;
-    long count = 0;
-    nodes->get_length(&count);
-    for (long i = 0; i < count; ++i) {
-      IXMLDOMNode* node = nullptr;
-      nodes->get_item(i, &node);
-      if (node == nullptr) continue;
-      std::string reference;
-      doc.GetAttribute(node, "File", reference);
-      node->Release();
-      if (reference.empty()) continue;
-      const std::string source = nomzub::SharedResourceSource(doc.DocumentPath(), reference);
+    for (const std::string& reference : ElementAttributes(document_path, "Resource", "File")) {
+      const std::string source = nomzub::SharedResourceSource(document_path, reference);
       nomplat::FileFacts facts;
       Plan(ItemKind::kResource, source,
            nomzub::SharedResourceTarget(options_.soi_directory, reference), document_path,
            nomplat::CanOpenForReading(source), &facts);
     }
-    nodes->Release();
   }
 
   // Bytes to write: the last file planned for each target, unless it is already that target.
   void CountBytes() {
     std::map<std::u32string, const PlannedItem*> last;
     for (const PlannedItem& item : result_.items) {
-      if (item.present) last[nomplat::CaseFoldKey(item.target)] = &item;
+      if (item.present) last[TargetKey(item.target)] = &item;
     }
     for (const auto& entry : last) {
       const PlannedItem& item = *entry.second;
@@ -383,18 +386,6 @@ namespace nomsoi {
 
 PreflightResult RunPreflight(const PreflightOptions& options) {
   return NOMSOIPreflight(options).Run();
-}
-
-const char* ItemKindName(ItemKind kind) {
-  switch (kind) {
-    case ItemKind::kDocument:
-      return "document";
-    case ItemKind::kGeometry:
-      return "geometry";
-    case ItemKind::kResource:
-      return "resource";
-  }
-  return "file";
 }
 
 }  // namespace nomsoi

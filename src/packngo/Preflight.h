@@ -90,7 +90,11 @@ struct PreflightResult {
 NOM_API PreflightResult RunPreflight(const PreflightOptions& options);
 
 // "document", "geometry" or "resource".
-NOM_API const char* ItemKindName(ItemKind kind);
+inline const char* ItemKindName(ItemKind kind) {
+  return kind == ItemKind::kDocument   ? "document"
+         : kind == ItemKind::kGeometry ? "geometry"
+                                       : "resource";
+}
 
 }  // namespace nomsoi
 

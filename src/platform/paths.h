@@ -11,13 +11,19 @@
 
 namespace nomplat {
 
-// Maps drive letter (either case) to a native directory; replaces an earlier mapping.
-// Z: maps to "/" unless remapped. NOMZUB_DRIVES ("C=/mnt/c;D=/srv/d") is read on first use.
+// The environment variables named below are read through the current Env (env.h) on first use;
+// an entry that does not parse is logged at level 2 and skipped.
+
+// Maps drive letter (either case) to a native directory; replaces an earlier mapping. A
+// character that is not a letter is logged and ignored. Z: maps to "/" unless remapped.
+// NOMZUB_DRIVES ("C=/mnt/c;D=/srv/d") is read on first use.
 NOM_API void MapDrive(char letter, const std::string& nativeDir);
-// Maps "\\server\share" (case-insensitive) to a native directory. NOMZUB_SHARES
-// ("\\srv\pub=/mnt/pub;...") is read on first use.
+// Maps "\\server\share" (case-insensitive; in the process's code page) to a native directory;
+// anything else is logged and ignored. NOMZUB_SHARES ("\\srv\pub=/mnt/pub;...") is read on first
+// use.
 NOM_API void MapShare(const std::string& uncPrefix, const std::string& nativeDir);
-// Forgets every mapping made by MapDrive/MapShare and the environment; Z: maps to "/" again.
+// Forgets every mapping made by MapDrive/MapShare and the environment, and the directory listings
+// of the case-insensitive look-up; the next use reads the environment again (Z: maps to "/").
 NOM_API void ResetPathMaps();
 // Turns the case-insensitive fallback on or off (NOMZUB_CASE_SENSITIVE=1 turns it off).
 NOM_API void SetCaseInsensitiveLookup(bool on);
@@ -50,11 +56,24 @@ class ScopedPathMaps {
 // path's length.
 NOM_API bool ToNativePath(const std::string& modulePath, std::string* nativePath, DWORD* error);
 
+// Turns an absolute native UTF-8 path into the module path that names it through the maps in
+// force, the inverse of ToNativePath: under a mapped drive's directory "X:\rest", under a mapped
+// share's "\\server\share\rest" (as MapShare spelled it), the directory itself "X:\" or
+// "\\server\share\". The mapped directory that holds the path most closely wins; on a tie a
+// drive before a share and the earlier letter first (so with the default Z: every path has one).
+// "//", "." and ".." are resolved as written (links are not followed); a trailing "/" stays a
+// trailing "\". The result is in the process's code page (Utf8ToAcp). Returns true with
+// *modulePath set; false, *modulePath untouched, when the path is relative, when no mapped
+// directory holds it (Z: remapped), or when a module path cannot name it: a name holding "\" or
+// one ToNativePath refuses (123), or a character the code page lacks.
+NOM_API bool ToModulePath(const std::string& nativePath, std::string* modulePath);
+
 // Confinement: when roots are set, a file is read (opened, copied from, listed as existing) only
 // when its real path, symbolic links resolved, lies inside one of them; any other read fails
 // with ERROR_ACCESS_DENIED (5). Roots are native directories, resolved to their real paths when
 // set; a root that does not exist is kept as written (it then contains nothing). No roots (the
-// default): no confinement. NOMZUB_CONFINE ("/a:/b", colon-separated) is read on first use.
+// default): no confinement. NOMZUB_CONFINE ("/a:/b", colon-separated) is read on first use unless
+// roots were set first.
 NOM_API void SetConfinementRoots(const std::vector<std::string>& nativeDirs);
 // The roots in force, as real paths; empty when there is no confinement.
 NOM_API std::vector<std::string> ConfinementRoots();
@@ -64,15 +83,15 @@ NOM_API bool IsConfined(const std::string& realNative);
 
 // What the preflight needs to know of the file a module path names, without opening it.
 struct FileFacts {
-  bool exists = false;    // the path names something (links followed)
-  bool regular = false;   // ... and it is a regular file
-  uint64_t device = 0;    // identity of the file, for exists
+  bool exists = false;   // the path names something (links followed)
+  bool regular = false;  // ... and it is a regular file
+  uint64_t device = 0;   // identity of the file, for exists
   uint64_t inode = 0;
-  uint64_t size = 0;      // bytes, for a regular file
-  uint32_t mode = 0;      // permission bits
-  std::string native;     // the native path ToNativePath gives
-  std::string real;       // the real path (links resolved), only under confinement; else ""
-  bool confined = true;   // IsConfined(real) for an existing file under confinement
+  uint64_t size = 0;     // bytes, for a regular file
+  uint32_t mode = 0;     // permission bits
+  std::string native;    // the native path ToNativePath gives
+  std::string real;      // the real path (links resolved), only under confinement; else ""
+  bool confined = true;  // IsConfined(real) for an existing file under confinement
 };
 // Fills *facts for modulePath (links followed). Returns 0, or the Windows error that keeps the
 // path from being mapped (3, 53, 123); a missing file is not an error (facts->exists false).
@@ -83,15 +102,6 @@ NOM_API DWORD FreeBytes(const std::string& moduleDir, uint64_t* bytes);
 // A key equal for two file names (module paths' last components, in the process's code page)
 // that Windows takes as one name: compared without letter case.
 NOM_API std::u32string CaseFoldKey(const std::string& moduleName);
-
-// Keeps the case-insensitive look-up's directory listings current: the Env calls these after it
-// created or removed a native file or directory.
-void NoteFileCreated(const std::string& nativePath);
-void NoteFileRemoved(const std::string& nativePath);
-
-// The Windows error number for an errno value: ENOENT 2, ENOTDIR 3, EACCES/EPERM/EROFS/EISDIR 5,
-// EBUSY/ETXTBSY 32, EEXIST 80, ENOSPC/EDQUOT 112, ENAMETOOLONG 206, anything else 1359.
-NOM_API DWORD MapErrno(int err);
 
 }  // namespace nomplat
 

@@ -4,14 +4,13 @@
 #include <cstring>
 
 #include "platform/env.h"
+#include "platform/path_syntax.h"
 #include "platform/winerror.h"
 
 namespace nomplat {
 namespace {
 
 thread_local DWORD t_lastError = 0;
-
-bool IsPathSeparator(char c) { return c == '\\' || c == '/'; }
 
 }  // namespace
 
@@ -39,7 +38,7 @@ const char* PathFindFileNameA(const char* path) {
   for (; *p != 0; p = _mbsinc(p)) {
     const char c = static_cast<char>(*p);
     const char next = static_cast<char>(p[1]);
-    if ((IsPathSeparator(c) || c == ':') && next != 0 && !IsPathSeparator(next)) name = p + 1;
+    if ((IsSeparator(c) || c == ':') && next != 0 && !IsSeparator(next)) name = p + 1;
   }
   return reinterpret_cast<const char*>(name);
 }

@@ -1,4 +1,8 @@
 // The process-wide connection to the planning data server (NOMZUBProxy).
+//
+// Replaced with nomzub::SetConnector, which may be called from any thread; the connector's
+// operations share one process-wide session and are called from one thread at a time (the
+// module's).
 #ifndef NOM_SERVICES_NOMZUBCONNECTOR_H_
 #define NOM_SERVICES_NOMZUBCONNECTOR_H_
 
@@ -23,7 +27,8 @@ class NOM_API NOMZUBConnector {
     NOMZUB_DS_POSTGRESQL = 2,  // a PostgreSQL server
   };
 
-  // The process-wide connector, or what a test installed (possibly null).
+  // The process-wide connector, or what nomzub::SetConnector installed; null while
+  // nomzub::kNoConnector is installed.
   static NOMZUBConnector* Instance();
   virtual ~NOMZUBConnector();
 
@@ -60,10 +65,15 @@ class NOM_API NOMZUBConnector {
 
 namespace nomzub {
 
-// Installs connector as what NOMZUBConnector::Instance() returns (null: no singleton) and
-// returns the previous override state; RestoreConnector undoes it. For tests.
-NOM_API void OverrideConnector(NOMZUBConnector* connector);
-NOM_API void RestoreConnector();
+// Installed with SetConnector, makes NOMZUBConnector::Instance() return null: no connector at all.
+// Never called through.
+NOM_API extern NOMZUBConnector* const kNoConnector;
+
+// Installs replacement as what NOMZUBConnector::Instance() returns (null: the real connector;
+// kNoConnector: none) and returns the one it replaces (the real connector's address while that
+// was in force, kNoConnector while none was), so that installing what it returned puts back the
+// previous state.
+NOM_API NOMZUBConnector* SetConnector(NOMZUBConnector* replacement);
 
 // The data server URL used for data source 0: set by the host, else NOMZUB_SERVER.
 NOM_API void SetConfiguredServer(const std::string& url);

@@ -1,4 +1,8 @@
 // Package generation and positioning (NOMZUBProxy).
+//
+// Replaced with nomzub::SetGeneratorBackend, which may be called from any thread; generation and
+// the positioning commands read the connector's session and are called from one thread at a time
+// (the module's).
 #ifndef NOM_SERVICES_NOMZUBVGXGENERATOR_H_
 #define NOM_SERVICES_NOMZUBVGXGENERATOR_H_
 
@@ -18,14 +22,19 @@ class NOM_API NOMZUBVGXGenerator {
   // reached, in the product cache (NOMZUB_CACHE, else $XDG_CACHE_HOME/nomzub, else
   // ~/.cache/nomzub; a directory per project). Then fills the identifier cache (object OID ->
   // every ident path "List/entry/child/...", operation OID -> "Process/<ident>", process ident
-  // -> name and operation OID), registers the objects and the package as the last generated.
+  // -> name and operation OID) and registers the package as the last generated; the project's
+  // objects are registered with the object factory when the project is loaded. The paths the
+  // package is registered under, and drive-form references, are module paths of the drive and
+  // share maps in force: both directories must lie on a mapped drive or share, else the
+  // generation fails naming the one that does not.
   //   input:  "" or "all" for the four lists, else a comma list of ProductList, ResourceList,
   //           ManufProd, PlanningContext.
   //   option: "" for the defaults, else items separated by ";":
   //           refs=FORM[,FORM...]  the forms references take in turn: relative ("x.vgxXml", or
   //                                "..\..\cache\x.vgxXml" from the SOI directory), dot (".\"
   //                                before it), climb ("..\<dir>\" out and back in), drive
-  //                                ("Z:\..." absolute); default relative,dot,climb,drive.
+  //                                (the cache's absolute module path, "Z:\..." by default);
+  //                                default relative,dot,climb,drive.
   //           sep=backslash|slash|mixed  the separator; mixed (default) switches to "/" on
   //                                every other round of forms.
   // The objects of the package (every instance below the selected entries, the entries
@@ -41,8 +50,9 @@ class NOM_API NOMZUBApply3DStatesCmd {
  public:
   NOMZUBApply3DStatesCmd();
   ~NOMZUBApply3DStatesCmd();
-  // Writes the project's 3D states into the last generated package. S_OK; E_FAIL (cause at level
-  // 2) when there is no package or no state to apply.
+  // Writes the project's 3D states into the last generated package's main document, replacing
+  // those applied before. S_OK; E_FAIL (cause at level 2, the document unchanged) when there is no
+  // package, no state to apply, or an operation holds more states than the project now has.
   HRESULT ApplyStates();
 };
 
@@ -50,26 +60,31 @@ class NOM_API NOMZUBApplySimPositionBlobCmd {
  public:
   NOMZUBApplySimPositionBlobCmd();
   ~NOMZUBApplySimPositionBlobCmd();
-  // Writes the project's simulation positions into the last generated package. S_OK; E_FAIL
-  // (cause at level 2) when there is no package or no position to apply.
+  // Writes the project's simulation positions into the last generated package's main document,
+  // replacing those applied before. S_OK; E_FAIL (cause at level 2, the document unchanged) when
+  // there is no package, no position to apply, or it holds more positions than the project now
+  // has.
   HRESULT ApplySimPositionBlobs();
 };
 
 namespace nomzub {
 
 // What the generator and the two commands do. The default is the real implementation; tests
-// install a fake to record calls and return chosen codes.
+// install a fake through SetGeneratorBackend to record calls and return chosen codes.
 class NOM_API GeneratorBackend {
  public:
   virtual ~GeneratorBackend();
+  // What NOMZUBVGXGenerator::GenerateVGXPackage does, with its results.
   virtual HRESULT GenerateVGXPackage(const std::string& input, const std::string& soiDirectory,
                                      const std::string& name, const std::string& option) = 0;
+  // What NOMZUBApply3DStatesCmd::ApplyStates does, with its results.
   virtual HRESULT ApplyStates() = 0;
+  // What NOMZUBApplySimPositionBlobCmd::ApplySimPositionBlobs does, with its results.
   virtual HRESULT ApplySimPositionBlobs() = 0;
 };
 
-// Installs backend (null: the real one) and returns the one it replaces.
-NOM_API GeneratorBackend* SetGeneratorBackend(GeneratorBackend* backend);
+// Installs replacement (null: the real one) and returns the one it replaces.
+NOM_API GeneratorBackend* SetGeneratorBackend(GeneratorBackend* replacement);
 
 // The most objects a generated package holds unless the host sets another limit.
 constexpr uint64_t kDefaultMaxObjects = 10000000;

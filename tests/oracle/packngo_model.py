@@ -6,14 +6,19 @@ same files and the same exit status. It works on the real file system: give it a
 package, then compare what it leaves behind with what `nomsoi` leaves behind in a second copy at the
 same place.
 
-Three layers:
+Four layers:
   * the module, on module paths (Windows-style strings with backslashes, drive letters, UNC names);
   * the platform, which turns a module path into a native path (Z:\\ is "/", mapped drives and
     shares, rooted paths, paths relative to the working directory, a unique case-insensitive match
-    where a component does not exist with the exact case) and does the file operations with
-    Windows error numbers;
+    where a component does not exist with the exact case), refuses names Windows refuses, does the
+    file operations with Windows error numbers and, like the host's watch on it, records what was
+    copied, missing and failed;
   * the shared-resource manager of the translator library, which copies the files named by
-    Resource elements of the main document and view file and makes those names bare.
+    Resource elements of the main document and view file and makes those names bare;
+  * the host: full paths of the command line, the preflight walk that refuses a package (reference
+    cycle, two files on one name without --force), the saves of the main document and view file
+    redirected into the output directory, the journal that puts them back when something failed,
+    and the exit status decided by the outcome.
 
 Standard library only.
 """
@@ -31,6 +36,13 @@ ERROR_PATH_NOT_FOUND = 3
 ERROR_ACCESS_DENIED = 5
 ERROR_SHARING_VIOLATION = 32
 ERROR_BAD_NETPATH = 53
+ERROR_INVALID_NAME = 123
+
+# Exit status of nomsoi pack and odt.
+EXIT_OK = 0
+EXIT_FAILED = 1  # a copy or save failed
+EXIT_REFUSED = 2  # refused before the module ran
+EXIT_MISSING = 3  # the run finished, but referenced files could not be opened
 
 # The list groups of the main document in the order they are walked: the Ident value, the line
 # before (the last one alone has no trailing blank) and the line after.
@@ -65,7 +77,13 @@ MAX_REFERENCE_DEPTH = 40
 
 
 class ReferenceCycle(Exception):
-    """The package's product documents refer to each other in a cycle."""
+    """The module would follow the package's references without end.
+
+    nomsoi refuses a package whose references form a cycle before the module runs (the preflight
+    below predicts that); this is raised when the module, run on a package the preflight let
+    through (copies made during the run changed what a reference reaches), would recurse without
+    end: such a package cannot be run at all.
+    """
 
 
 def code_page_encoding(code_page):
@@ -88,6 +106,38 @@ def fold_case(name):
 # --------------------------------------------------------------------------------------------
 
 
+def windows_refuses_name(path):
+    """True when Windows refuses the name of the path (its calls fail with error 123): a ":"
+    anywhere but after a drive letter, one of <>"|?*, a control character, or a component that
+    ends in "." or " " (other than "." and "..")."""
+    rest = path[2:] if len(path) >= 2 and path[1] == ":" else path
+    if ":" in rest:
+        return True
+    if any(c in '<>"|?*' or ord(c) < 32 for c in path):
+        return True
+    for name in re.split(r"[\\/]", path):
+        if name not in ("", ".", "..") and name[-1] in ". ":
+            return True
+    return False
+
+
+class Outcome:
+    """What a run did, as the host sees it through the platform: files copied, files that could
+    not be opened, copies and saves that failed."""
+
+    def __init__(self):
+        self.copied = []  # (source, target)
+        self.missing = []  # module paths
+        self.failed = []  # (what, source, target, Windows error or HRESULT)
+
+    def exit_status(self):
+        if self.failed:
+            return EXIT_FAILED
+        if self.missing:
+            return EXIT_MISSING
+        return EXIT_OK
+
+
 class Platform:
     """Maps module paths to native ones and performs the file operations the module asks for."""
 
@@ -101,17 +151,25 @@ class Platform:
         self.case_sensitive = case_sensitive
         # The narrow strings' code page; file names on disk are UTF-8 whatever it is.
         self.encoding = code_page_encoding(code_page)
+        # Saves the host sends elsewhere: [(native file, module path written instead)].
+        self.redirects = []
+        self.outcome = Outcome()
+        # Why the host refused to run the module: "cycle", "collision", "journal" or None.
+        self.refusal = None
 
     # Path mapping ---------------------------------------------------------------------------
 
     def to_native(self, path):
         """Returns (native path, 0) or (None, Windows error number).
 
-        "." components are dropped and ".." takes away the component before it, as Windows does
-        before it touches the disk; above the root of a drive, share or rooted path ".." is
-        dropped, above the working directory it is kept. A trailing separator is kept, so that
-        "file\\" never names the file.
+        A name Windows refuses fails with 123 before anything else. "." components are dropped
+        and ".." takes away the component before it, as Windows does before it touches the disk;
+        above the root of a drive, share or rooted path ".." is dropped, above the working
+        directory it is kept. A trailing separator is kept, so that "file\\" never names the
+        file.
         """
+        if windows_refuses_name(path):
+            return None, ERROR_INVALID_NAME
         if len(path) >= 2 and path[1] == ":" and path[0].isascii() and path[0].isalpha():
             root = self.drives.get(path[0].upper())
             if root is None:
@@ -155,21 +213,57 @@ class Platform:
     def _share_key(self, server, share):
         return fold_case("\\\\" + server + "\\" + share)
 
+    def identity(self, path):
+        """(device, inode) of the file a module path names, or None when there is none."""
+        native, _ = self.to_native(path)
+        if native is None:
+            return None
+        try:
+            status = os.stat(native)
+        except OSError:
+            return None
+        return status.st_dev, status.st_ino
+
+    def same_file(self, first, second):
+        one = self.identity(first)
+        return one is not None and one == self.identity(second)
+
     # File operations ------------------------------------------------------------------------
 
     @staticmethod
     def _read_only(native):
         return (os.stat(native).st_mode & 0o222) == 0
 
-    def can_open_for_reading(self, path):
-        """The existence test: a regular file that opens for reading."""
-        native, error = self.to_native(path)
+    def file_opens(self, path):
+        """The existence test without recording anything: a regular file that opens for reading."""
+        native, _ = self.to_native(path)
         if native is None:
             return False
         return os.path.isfile(native) and os.access(native, os.R_OK)
 
+    def can_open_for_reading(self, path):
+        """The existence test the module makes; a file that fails it is missing."""
+        if self.file_opens(path):
+            return True
+        self.outcome.missing.append(path)
+        return False
+
     def copy_file(self, src, dst):
-        """CopyFileA with overwrite allowed: 0 on success, else the Windows error number."""
+        """CopyFileA with overwrite allowed: 0 on success, else the Windows error number.
+
+        The outcome counts a copy of a file onto itself as copied (the file is where it belongs),
+        a source that is not there as missing, anything else that fails as failed.
+        """
+        error = self._copy_file(src, dst)
+        if error == 0 or self.same_file(src, dst):
+            self.outcome.copied.append((src, dst))
+        elif error in (ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND) and not self.file_opens(src):
+            self.outcome.missing.append(src)
+        else:
+            self.outcome.failed.append(("copy", src, dst, error))
+        return error
+
+    def _copy_file(self, src, dst):
         src_native, error = self.to_native(src)
         if src_native is None:
             return error
@@ -192,8 +286,13 @@ class Platform:
             return ERROR_SHARING_VIOLATION  # a file is never copied onto itself
         with open(src_native, "rb") as source:
             data = source.read()
+        # The copy keeps the source's permission bits, plus write for its owner.
+        mode = (os.stat(src_native).st_mode & 0o777) | 0o200
+        if os.path.lexists(dst_native):
+            os.remove(dst_native)  # written under another name and renamed over the target
         with open(dst_native, "wb") as target:
             target.write(data)
+        os.chmod(dst_native, mode)
         return 0
 
     def open_document(self, path):
@@ -206,10 +305,28 @@ class Platform:
         except (ET.ParseError, UnicodeDecodeError, ValueError):
             return None, E_FAIL
 
+    def _redirected(self, path):
+        """Where a save of path lands: the host sends the main document's and view file's saves
+        into the output directory when the input package is to stay untouched."""
+        native, _ = self.to_native(path)
+        if native is None:
+            return path
+        for original, saved_as in self.redirects:
+            if os.path.exists(native) and os.path.samefile(native, original):
+                return saved_as
+        return path
+
     def save_document(self, tree, path):
-        """SaveDoc: the result; nothing is written when it is negative."""
+        """SaveDoc: the result; nothing is written when it is negative (a failed write)."""
         if tree is None:
             return E_FAIL
+        path = self._redirected(path)
+        result = self._save_document(tree, path)
+        if result < 0:
+            self.outcome.failed.append(("save", path, path, result))
+        return result
+
+    def _save_document(self, tree, path):
         native, error = self.to_native(path)
         if native is None or not os.path.isdir(os.path.dirname(native) or "/"):
             return E_FAIL
@@ -239,8 +356,16 @@ def _bare_name(path):
     return re.split(r"[\\/]", path)[-1]
 
 
+def resource_source(file_value, document_path):
+    """The file a Resource's File value names: itself when absolute, else beside the document."""
+    if _is_absolute_module_path(file_value):
+        return file_value
+    return directory_of(document_path.replace("/", "\\")) + "\\" + file_value
+
+
 def update_resources(platform, tree, document_path, soi_directory):
-    """Copies each Resource File into the SOI directory and sets File to its bare name."""
+    """Copies each Resource File into the SOI directory and sets File to its bare name; a resource
+    that could not be copied keeps its File value, one that already lies there is not copied."""
     if tree is None:
         return E_FAIL
     result = S_OK
@@ -248,13 +373,12 @@ def update_resources(platform, tree, document_path, soi_directory):
         file_value = element.get("File")
         if not file_value:
             continue
-        if _is_absolute_module_path(file_value):
-            source = file_value
-        else:
-            source = directory_of(document_path.replace("/", "\\")) + "\\" + file_value
+        source = resource_source(file_value, document_path)
         name = _bare_name(file_value)
-        if platform.copy_file(source, soi_directory + "\\" + name) != 0:
+        target = soi_directory + "\\" + name
+        if not platform.same_file(source, target) and platform.copy_file(source, target) != 0:
             result = E_FAIL
+            continue
         element.set("File", name)
     return result
 
@@ -529,17 +653,216 @@ class Module:
 # --------------------------------------------------------------------------------------------
 
 
-def run_pack(platform, main, view, out):
-    """`nomsoi pack --main MAIN [--view VIEW] --out OUT`: (module lines, exit status)."""
-    platform.create_directories(out)
-    module = Module(platform)
-    result = module.pack_n_go(main, view, out)
-    return module.lines, (0 if result >= 0 else 1)
+def full_path(path, cwd):
+    """A path of the command line as the host hands it to the module: a relative one joined to
+    the working directory with "/" and its "." and ".." steps resolved by their text; a rooted,
+    drive or network path exactly as typed."""
+    if not path or path[0] in "/\\":
+        return path
+    if len(path) >= 2 and path[0].isascii() and path[0].isalpha() and path[1] == ":":
+        return path
+    names = []
+    for text in (cwd, path):
+        for name in re.split(r"[\\/]", text):
+            if name == "..":
+                if names:
+                    names.pop()
+            elif name not in ("", "."):
+                names.append(name)
+    return "/" + "/".join(names)
 
 
-def run_odt(platform, odt_in, out, light):
-    """`nomsoi odt --in IN --out OUT [--light]`: (module lines, exit status)."""
+def lies_directly_in(platform, path, directory):
+    native, _ = platform.to_native(path)
+    native_directory, _ = platform.to_native(directory)
+    if native is None or native_directory is None:
+        return False
+    return (os.path.realpath(os.path.dirname(os.path.abspath(native))) ==
+            os.path.realpath(native_directory))
+
+
+def saved_as(platform, path, out):
+    """Where the module's save of the main document or view file lands: None for in place (it
+    lies directly in the output directory), else the output directory under its own name."""
+    if not path or lies_directly_in(platform, path, out):
+        return None
+    return out + "\\" + path_find_file_name(path)
+
+
+class Preflight:
+    """The host's walk of a package before the module runs, with the module's resolution of
+    references and nothing written: it refuses a package whose references form a cycle (a
+    document reached again, as the same file, while the walk is still below it) and, unless
+    forced, one where two different files would land on one name in the output directory."""
+
+    def __init__(self, platform, soi_directory):
+        self.platform = platform
+        self.soi_directory = soi_directory
+        self.copies = []  # (source, target)
+
+    def refusal(self, main_path, view_path, saved, odt, force):
+        """"cycle", "collision" or None. saved: [(file, module path it is saved under)]."""
+        platform = self.platform
+        main_path = format_file_path(main_path)
+        tree, _ = platform.open_document(main_path)
+        try:
+            self._walk_main(tree, main_path, platform.identity(main_path))
+        except ReferenceCycle:
+            return "cycle"
+        if not odt:
+            self._plan_resources(tree, main_path)
+            if view_path:
+                view_tree, _ = platform.open_document(view_path)
+                self._plan_resources(view_tree, view_path)
+        if not force and self._collides(saved):
+            return "collision"
+        return None
+
+    def _plan(self, source, target, geometry, geometry_target):
+        self.copies.append((source, target))
+        if self.platform.file_opens(geometry):
+            self.copies.append((geometry, geometry_target))
+
+    def _walk_main(self, tree, main_path, main_identity):
+        platform = self.platform
+        soi = format_file_path(self.soi_directory)
+        for ident, _, _ in LIST_GROUPS:
+            node = Module._find_list_group(tree, ident)
+            if node is None:
+                continue
+            for child in node:
+                if child.tag != "CLitAssyGroup" or not child.get("IsInstanceOf"):
+                    continue
+                source, target = build_actual_path(
+                    main_path, format_file_path(child.get("IsInstanceOf")), soi)
+                if not platform.file_opens(source):
+                    continue
+                geometry = geometry_path_of(source, platform.encoding)
+                self._plan(source, target, geometry,
+                           soi + tail_from(geometry, geometry.rfind("\\")))
+                self._walk(source, [main_identity])
+
+    def _walk(self, path, above):
+        platform = self.platform
+        identity = platform.identity(path)
+        if identity in above:
+            raise ReferenceCycle(path)
+        tree, result = platform.open_document(path)
+        if result < 0:
+            return
+        above = above + [identity]
+        for node in tree.getroot().iter("CLitAssyGroup"):
+            value = node.get("IsInstanceOf") or ""
+            if value == "":
+                continue
+            value, target = build_actual_path(path, format_file_path(value), self.soi_directory)
+            if not platform.file_opens(value):
+                continue
+            self._plan(value, target, geometry_path_of(value, platform.encoding),
+                       geometry_path_of(target, platform.encoding))
+            self._walk(value, above)
+
+    def _plan_resources(self, tree, document_path):
+        if tree is None:
+            return
+        for element in tree.getroot().iter("Resource"):
+            file_value = element.get("File")
+            if not file_value:
+                continue
+            source = resource_source(file_value, document_path)
+            if self.platform.file_opens(source):
+                self.copies.append((source, self.soi_directory + "\\" + _bare_name(file_value)))
+
+    def _collides(self, saved):
+        platform = self.platform
+        sources = {}  # (output directory, name without letter case) -> source identities
+        for source, target in self.copies + saved:
+            native, _ = platform.to_native(target)
+            if native is None:
+                continue
+            key = (os.path.realpath(os.path.dirname(native)), fold_case(os.path.basename(native)))
+            sources.setdefault(key, set()).add(platform.identity(source))
+        return any(len(identities) > 1 for identities in sources.values())
+
+
+class JournalRefused(Exception):
+    """A file the journal must keep cannot be read (a directory stands where the main document or
+    view file is saved): the host refuses to run the module."""
+
+
+class Journal:
+    """The main document and view file as they were before the run (where the module's saves
+    land), put back when a copy or save failed: the same bytes and permission bits, or no file
+    where there was none."""
+
+    def __init__(self, platform, paths):
+        self.entries = []
+        for path in paths:
+            native, _ = platform.to_native(path)
+            if native is None:
+                continue
+            if os.path.isdir(native):
+                raise JournalRefused(native)
+            if os.path.lexists(native):
+                with open(native, "rb") as handle:
+                    self.entries.append((native, handle.read(), os.stat(native).st_mode & 0o777))
+            else:
+                self.entries.append((native, None, None))
+
+    def restore(self):
+        for native, data, mode in self.entries:
+            if os.path.lexists(native):
+                os.remove(native)
+            if data is not None:
+                with open(native, "wb") as handle:
+                    handle.write(data)
+                os.chmod(native, mode)
+
+
+def _run_module(platform, out, main, view, preflight, odt, force, call):
+    """What pack and odt share: preflight, output directory, journal, redirected saves, the
+    module, restore on failure. Returns (module lines, exit status)."""
+    main_saved_as = saved_as(platform, main, out)
+    view_saved_as = saved_as(platform, view, out)
+    if preflight:
+        saved = [(main, main_saved_as or main)]
+        if view:
+            saved.append((view, view_saved_as or view))
+        platform.refusal = Preflight(platform, out).refusal(main, view, saved, odt, force)
+        if platform.refusal:
+            return [], EXIT_REFUSED
     platform.create_directories(out)
+    try:
+        journal = Journal(platform,
+                          [main_saved_as or main] + ([view_saved_as or view] if view else []))
+    except JournalRefused:
+        platform.refusal = "journal"
+        return [], EXIT_REFUSED
+    for path, destination in ((main, main_saved_as), (view, view_saved_as)):
+        native, _ = platform.to_native(path) if path else (None, 0)
+        if destination and native is not None:
+            platform.redirects.append((native, destination))
     module = Module(platform)
-    module.dump_vgx_package_odt(odt_in, out, light)
-    return module.lines, 0
+    call(module)
+    status = platform.outcome.exit_status()
+    if status == EXIT_FAILED:
+        journal.restore()
+    return module.lines, status
+
+
+def run_pack(platform, main, view, out, force=True):
+    """`nomsoi pack --main MAIN [--view VIEW] --out OUT [--force]`: (module lines, exit status)."""
+    main = full_path(main, platform.cwd)
+    view = full_path(view, platform.cwd) if view else view
+    out = full_path(out, platform.cwd)
+    return _run_module(platform, out, main, view, True, False, force,
+                       lambda module: module.pack_n_go(main, view, out))
+
+
+def run_odt(platform, odt_in, out, light, force=True):
+    """`nomsoi odt --in IN --out OUT [--light] [--force]`: (module lines, exit status)."""
+    odt_in = full_path(odt_in, platform.cwd)
+    out = full_path(out, platform.cwd)
+    main = (odt_in or "") + "\\NOMZUBVGXExtractTest\\SOI.vgxXml"
+    return _run_module(platform, out, main, None, not light, True, force,
+                       lambda module: module.dump_vgx_package_odt(odt_in, out, light))

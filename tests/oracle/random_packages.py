@@ -6,14 +6,17 @@ needs. The same seed and the same `work` always give the same files.
 
 A package has a main document "SOI.vgxXml" holding some of the four list groups in a random order,
 product documents spread over a library (plain directories, a mapped drive Q:, a network share
-\\\\srv\\pub), each with or without its geometry file, nested references up to three levels deep
-(a package whose references close a cycle is replaced, see generate), and references written in
-every form the module resolves: plain relative, with "/", ".\\", "..\\", ".\\..\\", "..\\.\\..\\",
-drive-absolute (Z: is "/"), on the mapped drives (also drive-relative "Q:name"), UNC, rooted, with
-letter-case mismatches and empty components, empty or absent, to missing documents or
-directories, with extensions other than ".vgxXml". Sometimes the SOI directory already holds
-read-only files or a directory where a copy is to land, the main document is read-only, a product
-document is not XML, or the main document and view file name shared resources.
+\\\\srv\\pub), each with or without its geometry file, nested references up to three levels deep,
+and references written in every form the module resolves: plain relative, with "/", ".\\", "..\\",
+".\\..\\", "..\\.\\..\\", drive-absolute (Z: is "/"), on the mapped drives (also drive-relative
+"Q:name", whose target name holds a colon Windows refuses), UNC, rooted, with letter-case
+mismatches and empty components, empty or absent, to missing documents or directories, with
+extensions other than ".vgxXml". Sometimes the SOI directory already holds read-only files or a
+directory where a copy is to land, the main document is read-only, a product document is not XML,
+the main document and view file name shared resources (some missing), products of the same name
+lie in different places (collisions: three seeds in four pass --force), a product is named like
+the main document, a product's name or directory is one Windows refuses (<>"|?*, a trailing dot or
+blank), or a reference back up closes a cycle (nomsoi refuses the package).
 """
 
 import os
@@ -32,10 +35,14 @@ NAMES = ("Frame", "Gear", "Bolt", "Axle", "Wheel", "Robot", "Cell", "Cart", "Dri
          "\u8868", "\u30bd\u90e8\u54c1", "\u80fd\u529b", "\u5341", "\u4e88\u5099",
          "\u8868a", "\u30dd\u30f3\u30d7")
 CODE_PAGES = (65001, 932)
+# Characters Windows refuses in a name; a product named with one of them is never found.
+REFUSED_CHARACTERS = '?*|<>"'
 
 # Directories that may hold product documents, relative to the work directory.
 LIBRARY_DIRS = ("lib", "lib/sub", "lib/sub/deep", "x", "qdrive", "qdrive/parts", "share",
                 "share/sub")
+# Directories whose names Windows refuses (a trailing dot or blank): nothing in them is found.
+REFUSED_DIRS = ("lib/v1.", "lib/old ")
 Q_DRIVE = "qdrive"
 SHARE_DIR = "share"
 SHARE_PREFIX = "\\\\srv\\pub"
@@ -61,6 +68,9 @@ class Case:
         self.light = False
         self.attempt = 0
         self.code_page = 65001
+        # Three seeds in four pass --force: two different files landing on one name are packed
+        # as the module would (the later copy wins); without it nomsoi refuses such a package.
+        self.force = seed % 4 != 0
 
     def global_args(self):
         args = ["--code-page", str(self.code_page)]
@@ -75,9 +85,11 @@ class Case:
             args = ["pack", "--main", self.main]
             if self.view:
                 args += ["--view", self.view]
-            return args + ["--out", self.out]
-        args = ["odt", "--out", self.out, "--in", self.odt_in]
-        return args + (["--light"] if self.light else [])
+            args += ["--out", self.out]
+        else:
+            args = ["odt", "--out", self.out, "--in", self.odt_in]
+            args += ["--light"] if self.light else []
+        return args + (["--force"] if self.force else [])
 
     def platform(self):
         return packngo_model.Platform(self.cwd, self.drives, self.shares,
@@ -86,8 +98,10 @@ class Case:
     def run_model(self):
         """Runs the model on the package as it lies on disk: (module lines, exit status)."""
         if self.mode == "pack":
-            return packngo_model.run_pack(self.platform(), self.main, self.view, self.out)
-        return packngo_model.run_odt(self.platform(), self.odt_in, self.out, self.light)
+            return packngo_model.run_pack(self.platform(), self.main, self.view, self.out,
+                                          self.force)
+        return packngo_model.run_odt(self.platform(), self.odt_in, self.out, self.light,
+                                     self.force)
 
 
 class Product:
@@ -153,6 +167,7 @@ class Generator:
         self.directories = set()
         self.products = []
         self.ghosts = []
+        self.package_dir = None
 
     # File bookkeeping ----------------------------------------------------------------------------
 
@@ -172,13 +187,24 @@ class Generator:
                 name = rng.choice(self.products).name  # same name elsewhere: the later copy wins
             else:
                 name = rng.choice(self._names())
+            odd = rng.random()
+            if odd < 0.03:
+                name = "SOI"  # its copy lands on the name the main document is saved under
+            elif odd < 0.06:
+                name += rng.choice(REFUSED_CHARACTERS) + "1"
             ext = rng.choices((".vgxXml", ".xml", ".VGXXML", ".vgx"), (85, 8, 4, 3))[0]
             product = Product(name, ext, directory, self.encoding)
             paths = {product.rel_path, product.geometry_rel_path}
-            if any(self._taken_by_product(p) for p in paths):
+            if any(self._taken_by_product(p) for p in paths) or self._is_package_file(
+                    product.rel_path):
                 continue
             return product
         return None
+
+    def _is_package_file(self, rel_path):
+        lowered = packngo_model.ascii_lower(rel_path)
+        return any(packngo_model.ascii_lower(self.package_dir + "/" + name) == lowered
+                   for name in ("SOI.vgxXml", "SOI.vgxView"))
 
     def _names(self):
         """The product names that the narrow strings' code page can hold."""
@@ -202,7 +228,10 @@ class Generator:
     def _make_products(self, product_dirs):
         rng = self.rng
         for _ in range(rng.randint(1, 9)):
-            product = self._new_product(rng.choice(product_dirs))
+            directory = rng.choice(product_dirs)
+            if rng.random() < 0.03:
+                directory = rng.choice(REFUSED_DIRS)
+            product = self._new_product(directory)
             if product is None:
                 continue
             product.level = rng.choices((0, 1, 2), (50, 30, 20))[0]
@@ -223,6 +252,12 @@ class Generator:
             candidates = deeper + self.ghosts
             if candidates and product.is_xml:
                 product.refs = [rng.choice(candidates) for _ in range(rng.choice((0, 1, 1, 2, 3)))]
+        documents = [p for p in self.products if p.is_xml]
+        if documents and rng.random() < 0.08:
+            # A reference back to a product of the same or a lower level (or to itself) closes a
+            # cycle when that product leads here: nomsoi refuses the package.
+            closing = rng.choice(documents)
+            closing.refs.append(rng.choice([p for p in self.products if p.level <= closing.level]))
 
     # Reference forms -----------------------------------------------------------------------------
 
@@ -376,7 +411,9 @@ class Generator:
         rng = self.rng
         name = "tex%d.png" % n
         rel = package_dir + "/res/" + name
-        self._add_file(rel, bytes(rng.randrange(256) for _ in range(rng.randint(1, 64))))
+        data = bytes(rng.randrange(256) for _ in range(rng.randint(1, 64)))
+        if rng.random() < 0.9:
+            self._add_file(rel, data)  # else the resource is missing
         return rng.choice(("res\\" + name, "res/" + name,
                            "Z:" + (self.work + "/" + rel).replace("/", "\\")))
 
@@ -432,6 +469,7 @@ class Generator:
         else:
             package_dir = "in/NOMZUBVGXExtractTest"
             out_dir = rng.choices(("out", package_dir), (90, 10))[0]
+        self.package_dir = package_dir
         if package_dir == out_dir and rng.random() < 0.5:
             product_dirs += (out_dir, out_dir + "/sub")  # copies onto themselves, or beside
         self._make_products(product_dirs)
@@ -515,9 +553,10 @@ class Generator:
 def generate(seed, work, mode, attempt=0):
     """Writes the package of `seed` for `mode` ("pack" or "odt") under `work`; returns its Case.
 
-    `attempt` gives another package for the same seed: references may resolve to another product
-    of the same name than the one meant, which can close a cycle; a caller whose model run finds
-    one (packngo_model.ReferenceCycle) asks for the next attempt.
+    `attempt` gives another package for the same seed: with --force, copies made during the run
+    may replace a document the module reads later, which can make it follow references without
+    end; a caller whose model run finds that (packngo_model.ReferenceCycle) asks for the next
+    attempt.
     """
     if mode not in MODES:
         raise ValueError("mode must be one of %s" % (MODES,))

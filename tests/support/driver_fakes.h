@@ -51,13 +51,18 @@ class RecordingConnector : public NOMZUBConnector {
   std::vector<std::string> calls_;
 };
 
-// Makes NOMZUBConnector::Instance() return connector (null: no singleton) while it lives.
+// Makes NOMZUBConnector::Instance() return connector (nomzub::kNoConnector: null) while it lives,
+// then puts back the one it replaced.
 class ScopedConnector {
  public:
-  explicit ScopedConnector(NOMZUBConnector* connector) { nomzub::OverrideConnector(connector); }
-  ~ScopedConnector() { nomzub::RestoreConnector(); }
+  explicit ScopedConnector(NOMZUBConnector* connector)
+      : previous_(nomzub::SetConnector(connector)) {}
+  ~ScopedConnector() { nomzub::SetConnector(previous_); }
   ScopedConnector(const ScopedConnector&) = delete;
   ScopedConnector& operator=(const ScopedConnector&) = delete;
+
+ private:
+  NOMZUBConnector* previous_;
 };
 
 // A generator backend that records its calls ("GenerateVGXPackage(a|b|c|d)", "ApplyStates",
@@ -116,15 +121,18 @@ class FakeObjectFactory : public NOMZUBObjectFactory {
   bool out_pointers_were_null_ = true;
 };
 
-// Makes NOMZUBObjectFactory::Instance() return factory (null: no factory) while it lives.
+// Makes NOMZUBObjectFactory::Instance() return factory (nomzub::kNoObjectFactory: null) while it
+// lives, then puts back the one it replaced.
 class ScopedObjectFactory {
  public:
-  explicit ScopedObjectFactory(NOMZUBObjectFactory* factory) {
-    nomzub::OverrideObjectFactory(factory);
-  }
-  ~ScopedObjectFactory() { nomzub::RestoreObjectFactory(); }
+  explicit ScopedObjectFactory(NOMZUBObjectFactory* factory)
+      : previous_(nomzub::SetObjectFactory(factory)) {}
+  ~ScopedObjectFactory() { nomzub::SetObjectFactory(previous_); }
   ScopedObjectFactory(const ScopedObjectFactory&) = delete;
   ScopedObjectFactory& operator=(const ScopedObjectFactory&) = delete;
+
+ private:
+  NOMZUBObjectFactory* previous_;
 };
 
 // One wrapper call as the hook saw it.

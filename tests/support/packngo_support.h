@@ -14,9 +14,9 @@
 
 #include "NOMSOITypes.h"
 #include "NOMSOIUtility.h"
-#include "platform/env.h"
 #include "services/NOMZUBDOMWrapper.h"
 #include "support/driver_package.h"
+#include "support/fault_injection_env.h"
 #include "support/peer.h"
 #include "support/test_support.h"
 

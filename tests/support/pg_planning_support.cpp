@@ -213,6 +213,8 @@ HRESULT ConnectPlanning(const std::string& url, const std::string& login,
 }
 
 void ResetPlanningServices() {
+  nomzub::SetConnector(nullptr);
+  nomzub::SetObjectFactory(nullptr);
   NOMZUBConnector* c = NOMZUBConnector::Instance();
   c->Cleanup(1);
   c->Disconnect(0);

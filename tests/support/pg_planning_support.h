@@ -63,9 +63,9 @@ bool MakeSampleDatabase(const std::string& path);
 // -1 with *err saying why when it could not be run (no build tree found, nomsoi not built).
 int RunNomsoi(const std::string& args, std::string* out, std::string* err);
 
-// Leaves the data-server services as a fresh process has them: disconnected, no configured
-// server, no registered package, empty identifier cache, no objects, the real generator with the
-// default object limit.
+// Leaves the data-server services as a fresh process has them: the real connector and object
+// factory, disconnected, no configured server, no registered package, empty identifier cache, no
+// objects, the real generator with the default object limit.
 void ResetPlanningServices();
 
 }  // namespace nomtest

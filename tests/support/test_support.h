@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "services/NOMZUBLog.h"
+#include "support/fault_injection_env.h"
 
 namespace nomtest {
 

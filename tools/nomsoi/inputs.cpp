@@ -9,10 +9,10 @@
 #include <system_error>
 #include <vector>
 
-#include "NOMZUBVGXTranslator/error_text.h"
 #include "platform/codepage.h"
 #include "platform/env.h"
 #include "platform/paths.h"
+#include "platform/winerror.h"
 #include "services/NOMZUBDOMWrapper.h"
 
 namespace nomsoi {
@@ -42,7 +42,7 @@ bool MapToNative(const std::string& path, std::string* native, std::string* prob
   if (nomplat::ToNativePath(path, native, &error)) return true;
   *problem = error == 3    ? "cannot be mapped: drive not mapped (see --drive)"
              : error == 53 ? "cannot be mapped: network share not mapped (see --share)"
-                           : "cannot be mapped: " + nomzub::DescribeWindowsError(error);
+                           : "cannot be mapped: " + nomplat::DescribeWindowsError(error);
   return false;
 }
 
@@ -62,7 +62,7 @@ std::string XmlDocumentProblem(const std::string& path) {
   if ((static_cast<uint32_t>(hr) & 0xFFFF0000u) == 0x80070000u) {
     const DWORD error = static_cast<DWORD>(hr) & 0xFFFFu;
     if (error == 2 || error == 3) return "does not exist (expected an XML document)";
-    return "cannot be read: " + nomzub::DescribeWindowsError(error);
+    return "cannot be read: " + nomplat::DescribeWindowsError(error);
   }
   char code[16];
   std::snprintf(code, sizeof code, "0x%08X", static_cast<unsigned>(hr));
@@ -95,7 +95,7 @@ int PrepareOutputDirectory(const std::string& command, const std::string& option
   const DWORD error = nomplat::CurrentEnv()->CreateDirectories(dir);
   if (error != 0)
     return Refuse(command, option + ": directory " + Quoted(dir) +
-                               " cannot be created: " + nomzub::DescribeWindowsError(error));
+                               " cannot be created: " + nomplat::DescribeWindowsError(error));
   return kExitOk;
 }
 

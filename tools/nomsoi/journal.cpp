@@ -12,6 +12,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/fd.h"
+
 namespace nomsoi {
 namespace {
 
@@ -19,17 +21,6 @@ constexpr char kEntries[] = "entries";
 
 std::string Join(const std::string& dir, const std::string& name) {
   return !dir.empty() && dir.back() == '/' ? dir + name : dir + "/" + name;
-}
-
-bool WriteAll(int fd, const char* data, size_t size) {
-  while (size > 0) {
-    const ssize_t n = write(fd, data, size);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    data += n;
-    size -= static_cast<size_t>(n);
-  }
-  return true;
 }
 
 // Copies the bytes and permission bits of from into a new file to. "" or what went wrong.
@@ -51,7 +42,7 @@ std::string CopyBytes(const std::string& from, const std::string& to) {
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) problem = "cannot read '" + from + "': " + std::strerror(errno);
     if (n <= 0) break;
-    if (!WriteAll(out, buffer, static_cast<size_t>(n))) {
+    if (nomplat::WriteAll(out, buffer, static_cast<size_t>(n)) != 0) {
       problem = "cannot write '" + to + "': " + std::strerror(errno);
       break;
     }
@@ -154,7 +145,7 @@ std::string Journal::Begin(const std::string& dir, const std::vector<std::string
   }
   const std::string temp = Join(folder, "entries.new");
   const int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-  const bool written = fd >= 0 && WriteAll(fd, list.data(), list.size());
+  const bool written = fd >= 0 && nomplat::WriteAll(fd, list.data(), list.size()) == 0;
   if (fd >= 0) close(fd);
   if (!written || rename(temp.c_str(), Join(folder, kEntries).c_str()) != 0) {
     const int error = errno;

@@ -10,6 +10,7 @@
 
 #include "global_options.h"
 #include "module_thread.h"
+#include "platform/fd.h"
 #include "platform/paths.h"
 
 namespace nomsoi {
@@ -54,12 +55,7 @@ uint64_t SizeOf(const std::string& module_path) {
 }
 
 void WriteToStderr(const std::string& text) {
-  size_t done = 0;
-  while (done < text.size()) {
-    const ssize_t n = write(STDERR_FILENO, text.data() + done, text.size() - done);
-    if (n <= 0) return;
-    done += static_cast<size_t>(n);
-  }
+  nomplat::WriteAll(STDERR_FILENO, text.data(), text.size());
 }
 
 }  // namespace

@@ -9,9 +9,10 @@
 #include <cstring>
 #include <utility>
 
-#include "NOMZUBVGXTranslator/error_text.h"
 #include "host.h"
 #include "platform/codepage.h"
+#include "platform/fd.h"
+#include "platform/winerror.h"
 #include "services/NOMZUBLog.h"
 
 namespace nomsoi {
@@ -21,12 +22,7 @@ namespace {
 constexpr size_t kListedInSummary = 20;
 
 void WriteToStderr(const std::string& text) {
-  size_t done = 0;
-  while (done < text.size()) {
-    const ssize_t n = write(STDERR_FILENO, text.data() + done, text.size() - done);
-    if (n <= 0) return;
-    done += static_cast<size_t>(n);
-  }
+  nomplat::WriteAll(STDERR_FILENO, text.data(), text.size());
 }
 
 std::string Json(const std::string& text) {
@@ -44,7 +40,7 @@ std::string JsonItems(const std::vector<OutcomeItem>& items, bool with_error) {
            ",\"target\":" + Json(item.target) + ",\"referrer\":" + Json(item.referrer);
     if (with_error) {
       out += ",\"error\":" + std::to_string(item.error) +
-             ",\"error_text\":" + Json(nomzub::DescribeWindowsError(item.error));
+             ",\"error_text\":" + Json(nomplat::DescribeWindowsError(item.error));
     }
     out += "}";
   }
@@ -87,7 +83,7 @@ void PrintSummary(const std::string& command, const Outcome& outcome, const std:
   for (const OutcomeItem& item : outcome.failed) {
     if (listed++ >= kListedInSummary) continue;
     line += "  failed " + item.kind + " '" + item.source + "' -> '" + item.target +
-            "': " + nomzub::DescribeWindowsError(item.error) + "\n";
+            "': " + nomplat::DescribeWindowsError(item.error) + "\n";
   }
   if (listed > kListedInSummary) {
     line += "  ... and " + std::to_string(listed - kListedInSummary) +
