@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "services/NOMZUBLog.h"
+
 namespace nomzub::proxy {
 namespace {
 
@@ -52,21 +54,10 @@ void AppendChunk(std::string& out, uint32_t type, std::string data, char pad) {
   out += data;
 }
 
-// name as the text of a JSON string, quotes included.
+// name (UTF-8) as the text of a JSON string, quotes included.
 std::string JsonString(const std::string& name) {
   std::string out = "\"";
-  for (unsigned char c : name) {
-    if (c == '"' || c == '\\') {
-      out += '\\';
-      out += static_cast<char>(c);
-    } else if (c < 0x20) {
-      char escaped[8];
-      std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
-      out += escaped;
-    } else {
-      out += static_cast<char>(c);
-    }
-  }
+  nomzub::AppendJsonString(name, &out);
   return out + "\"";
 }
 
