@@ -212,8 +212,10 @@ class NOMSOIPreflight {
     item.present = present;
     item.size = present ? facts->size : 0;
     result_.items.push_back(item);
+    const Identity identity{facts->device, facts->inode};
+    places_.push_back({TargetKey(target), identity});
     if (facts->exists && !facts->confined) ReportOutside(kind, source, referrer, *facts);
-    if (present) Claim(target, source, {facts->device, facts->inode});
+    if (present) Claim(places_.back().key, target, source, identity);
   }
 
   void CheckConfined(ItemKind kind, const std::string& path, const std::string& referrer) {
@@ -235,13 +237,14 @@ class NOMSOIPreflight {
   void ClaimOwnName(const std::string& path, const std::string& saved_as) {
     nomplat::FileFacts facts;
     if (nomplat::StatModulePath(path, &facts) != 0 || !facts.exists) return;
-    Claim(saved_as.empty() ? path : saved_as, path, {facts.device, facts.inode});
+    const std::string& target = saved_as.empty() ? path : saved_as;
+    Claim(TargetKey(target), target, path, {facts.device, facts.inode});
   }
 
-  // Notes that target receives the file source; two different files on one name (compared
-  // without letter case) are refused unless allowed.
-  void Claim(const std::string& target, const std::string& source, const Identity& identity) {
-    const std::u32string key = TargetKey(target);
+  // Notes that target (key: TargetKey) receives the file source; two different files on one name
+  // (compared without letter case) are refused unless allowed.
+  void Claim(const std::u32string& key, const std::string& target, const std::string& source,
+             const Identity& identity) {
     const auto found = claims_.find(key);
     if (found == claims_.end()) {
       claims_.emplace(key, Claimant{source, identity});
@@ -332,16 +335,15 @@ class NOMSOIPreflight {
 
   // Bytes to write: the last file planned for each target, unless it is already that target.
   void CountBytes() {
-    std::map<std::u32string, const PlannedItem*> last;
-    for (const PlannedItem& item : result_.items) {
-      if (item.present) last[TargetKey(item.target)] = &item;
+    std::map<std::u32string, size_t> last;  // target -> the last item copied to it
+    for (size_t i = 0; i < result_.items.size(); ++i) {
+      if (result_.items[i].present) last[places_[i].key] = i;
     }
     for (const auto& entry : last) {
-      const PlannedItem& item = *entry.second;
-      nomplat::FileFacts source, target;
-      if (nomplat::StatModulePath(item.source, &source) == 0 &&
-          nomplat::StatModulePath(item.target, &target) == 0 && target.exists &&
-          source.device == target.device && source.inode == target.inode)
+      const PlannedItem& item = result_.items[entry.second];
+      nomplat::FileFacts target;
+      if (nomplat::StatModulePath(item.target, &target) == 0 && target.exists &&
+          places_[entry.second].source == Identity{target.device, target.inode})
         continue;
       result_.bytes = SaturatingAdd(result_.bytes, item.size);
     }
@@ -364,6 +366,12 @@ class NOMSOIPreflight {
     result_.problems.push_back({kind, std::move(message)});
   }
 
+  // Where an item lands and the file it copies, beside result_.items.
+  struct Place {
+    std::u32string key;
+    Identity source;
+  };
+
   struct Claimant {
     std::string source;
     Identity identity;
@@ -376,6 +384,7 @@ class NOMSOIPreflight {
   std::string normalised_soi_;
   uint64_t followed_ = 0;
   std::set<std::string> seen_;
+  std::vector<Place> places_;
   std::map<std::u32string, Claimant> claims_;
   std::set<std::u32string> collided_;
   // Documents walked to the end, by the path the walk reached them with: their visits and height.

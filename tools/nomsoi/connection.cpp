@@ -16,8 +16,6 @@ namespace {
 
 constexpr char kPasswordVariable[] = "NOMZUB_PASSWORD";
 
-std::string Quoted(const std::string& text) { return "'" + text + "'"; }
-
 // The first line of the file at path, its "\n" or "\r\n" stripped. Reads no further than one
 // byte past the longest password accepted. Throws a usage error naming the file when it cannot
 // be read or the line is too long.

@@ -28,8 +28,6 @@ LogDestination& CurrentLogDestination() {
   return destination;
 }
 
-std::string Quoted(const std::string& text) { return "'" + text + "'"; }
-
 std::string ExistingDirectoryProblem(const std::string& dir) {
   std::error_code ec;
   if (dir.empty()) return "an empty directory name";

@@ -1,9 +1,17 @@
 // The exit status of nomsoi's commands and their refusals.
 #include "host.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 
+#include "platform/fd.h"
+
 namespace nomsoi {
+
+void WriteToStderr(const std::string& text) {
+  nomplat::WriteAll(STDERR_FILENO, text.data(), text.size());
+}
 
 int ExitForResult(const std::string& command, HRESULT hr) {
   if (hr >= 0) return kExitOk;

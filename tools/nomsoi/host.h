@@ -27,6 +27,10 @@ struct Command {
 // Exit status for a result of the module: kExitOk when hr is not negative, else kExitFailed after
 // printing the code as 0x%08X on standard error.
 int ExitForResult(const std::string& command, HRESULT hr);
+// text between single quotes, as messages name paths and values.
+inline std::string Quoted(const std::string& text) { return "'" + text + "'"; }
+// Writes all of text to standard error (no buffering: it may interleave with log records).
+void WriteToStderr(const std::string& text);
 // Prints "nomsoi <command>: <message>" on standard error and returns kExitUsage.
 int Refuse(const std::string& command, const std::string& message);
 

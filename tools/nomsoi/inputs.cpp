@@ -20,8 +20,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string Quoted(const std::string& text) { return "'" + text + "'"; }
-
 // The working directory as the shell shows it: $PWD when it names the working directory (a path
 // through a symbolic link stays as the user typed it), else the physical one.
 std::string WorkingDirectory() {
@@ -47,6 +45,12 @@ bool MapToNative(const std::string& path, std::string* native, std::string* prob
 }
 
 }  // namespace
+
+std::string NativeOf(const std::string& module_path) {
+  std::string native;
+  DWORD error = 0;
+  return nomplat::ToNativePath(module_path, &native, &error) ? native : module_path;
+}
 
 std::string XmlDocumentProblem(const std::string& path) {
   if (path.empty()) return "is empty (expected the path of an XML document)";

@@ -14,6 +14,9 @@ namespace nomsoi {
 // path (rooted, drive or network) is returned as it is.
 std::string FullPath(const std::string& path);
 
+// The native path a module path names; the module path itself when it cannot be mapped (a later
+// operation on it then reports why).
+std::string NativeOf(const std::string& module_path);
 // Checks that path (a module path, as the module will open it) holds a well-formed XML document.
 // Returns an empty string when it does, else what is wrong with it ("does not exist", ...).
 std::string XmlDocumentProblem(const std::string& path);

@@ -9,8 +9,8 @@
 #include <utility>
 
 #include "global_options.h"
+#include "inputs.h"
 #include "module_thread.h"
-#include "platform/fd.h"
 #include "platform/paths.h"
 
 namespace nomsoi {
@@ -37,12 +37,6 @@ bool EndsWithIgnoringCase(const std::string& text, const std::string& suffix) {
   return true;
 }
 
-std::string NativeOf(const std::string& module_path) {
-  std::string native;
-  DWORD error = 0;
-  return nomplat::ToNativePath(module_path, &native, &error) ? native : module_path;
-}
-
 bool SameFile(const std::string& first, const std::string& second) {
   nomplat::FileFacts a, b;
   return nomplat::StatModulePath(first, &a) == 0 && nomplat::StatModulePath(second, &b) == 0 &&
@@ -52,10 +46,6 @@ bool SameFile(const std::string& first, const std::string& second) {
 uint64_t SizeOf(const std::string& module_path) {
   nomplat::FileFacts facts;
   return nomplat::StatModulePath(module_path, &facts) == 0 ? facts.size : 0;
-}
-
-void WriteToStderr(const std::string& text) {
-  nomplat::WriteAll(STDERR_FILENO, text.data(), text.size());
 }
 
 }  // namespace

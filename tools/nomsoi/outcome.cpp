@@ -21,10 +21,6 @@ namespace {
 // How many missing and failed files the summary names before it refers to the report.
 constexpr size_t kListedInSummary = 20;
 
-void WriteToStderr(const std::string& text) {
-  nomplat::WriteAll(STDERR_FILENO, text.data(), text.size());
-}
-
 std::string Json(const std::string& text) {
   std::string out = "\"";
   nomzub::AppendJsonString(nomplat::AcpToUtf8(text), &out);
@@ -110,19 +106,14 @@ std::string WriteReport(const std::string& path, const std::string& command, int
   json += "],\n  \"copied\":" + JsonItems(outcome.copied, false) +
           ",\n  \"missing\":" + JsonItems(outcome.missing, false) +
           ",\n  \"failed\":" + JsonItems(outcome.failed, true) + "\n}\n";
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  if (fd < 0) return "cannot write the report '" + path + "': " + std::strerror(errno);
-  size_t done = 0;
-  while (done < json.size()) {
-    const ssize_t n = write(fd, json.data() + done, json.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    done += static_cast<size_t>(n);
-  }
-  const int write_error = done == json.size() ? 0 : errno;
-  const int close_error = close(fd) == 0 ? 0 : errno;
-  const int error = write_error != 0 ? write_error : close_error;
-  return error == 0 ? "" : "cannot write the report '" + path + "': " + std::strerror(error);
+  nomplat::Fd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+  if (!fd) return "cannot write the report '" + path + "': " + std::strerror(errno);
+  DWORD error = nomplat::WriteAll(fd.get(), json.data(), json.size());
+  const DWORD close_error = fd.Close();
+  if (error == 0) error = close_error;
+  return error == 0
+             ? ""
+             : "cannot write the report '" + path + "': " + nomplat::DescribeWindowsError(error);
 }
 
 }  // namespace nomsoi

@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <map>
+#include <set>
 
 #include "inputs.h"
 #include "journal.h"
@@ -16,12 +17,6 @@
 
 namespace nomsoi {
 namespace {
-
-std::string NativeOf(const std::string& module_path) {
-  std::string native;
-  DWORD error = 0;
-  return nomplat::ToNativePath(module_path, &native, &error) ? native : module_path;
-}
 
 // Where the module's save of file lands: in place when it lies in out or the input need not stay
 // untouched, else in out under its own name.
@@ -46,11 +41,11 @@ int FinishDryRun(const ModuleRun& run, const PreflightResult& plan) {
   PrintPlan(plan);
   uint64_t counts[3] = {0, 0, 0};
   uint64_t missing = 0;
-  std::map<std::string, bool> targets;
+  std::set<std::string> targets;
   for (const PlannedItem& item : plan.items) {
     if (!item.present) {
       ++missing;
-    } else if (targets.emplace(item.target, true).second) {
+    } else if (targets.insert(item.target).second) {
       ++counts[static_cast<int>(item.kind)];
     }
   }
