@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/case_lookup.h"
 #include "platform/codepage.h"
 #include "platform/env.h"
 #include "platform/paths.h"
@@ -571,6 +572,88 @@ TEST(PathsEnvironment, Case_SettingIsReadThroughCurrentEnv) {
         std::exit(CaseInsensitiveLookup() ? 1 : 0);
       },
       ::testing::ExitedWithCode(0), "");
+}
+
+// --- what a look-up learns of the entry, and mapping a path again --------------------------------
+
+TEST_F(PathsTest, ToNativePathFound_ExistingPathCarriesItsStatus) {
+  WriteFile(T("Part.vgxXml"), "12345");
+  std::string native;
+  DWORD error = 0;
+  FoundEntry found;
+  ASSERT_TRUE(ToNativePathFound("C:\\Part.vgxXml", &native, &error, &found));
+  EXPECT_EQ(T("Part.vgxXml"), native);
+  EXPECT_TRUE(found.known);
+  EXPECT_FALSE(found.missing);
+  EXPECT_EQ(5, found.st.st_size);
+}
+
+TEST_F(PathsTest, ToNativePathFound_NewNameInExistingDirectoryIsMissing) {
+  std::string native;
+  DWORD error = 0;
+  FoundEntry found;
+  ASSERT_TRUE(ToNativePathFound("C:\\New.vgxXml", &native, &error, &found));
+  EXPECT_EQ(T("New.vgxXml"), native);
+  EXPECT_FALSE(found.known);
+  EXPECT_TRUE(found.missing);
+}
+
+TEST_F(PathsTest, ToNativePathFound_CaseVariantIsNeitherKnownNorMissing) {
+  WriteFile(T("Part.vgxXml"), "12345");
+  std::string native;
+  DWORD error = 0;
+  FoundEntry found;
+  ASSERT_TRUE(ToNativePathFound("C:\\PART.VGXXML", &native, &error, &found));
+  EXPECT_EQ(T("Part.vgxXml"), native);
+  EXPECT_FALSE(found.known);
+  EXPECT_FALSE(found.missing);
+}
+
+TEST_F(PathsTest, ToNativePathFound_MissingDirectoryIsNotClaimedMissing) {
+  // Only a name looked for in a directory that exists is known to be absent.
+  std::string native;
+  DWORD error = 0;
+  FoundEntry found;
+  ASSERT_TRUE(ToNativePathFound("C:\\NoDir\\New.vgxXml", &native, &error, &found));
+  EXPECT_EQ(T("NoDir/New.vgxXml"), native);
+  EXPECT_FALSE(found.known);
+  EXPECT_FALSE(found.missing);
+}
+
+TEST_F(PathsTest, ToNativePathFound_DirectoryWithTrailingSeparatorIsNeither) {
+  ASSERT_EQ(0, mkdir(T("Dir").c_str(), 0755));
+  std::string native;
+  DWORD error = 0;
+  FoundEntry found;
+  ASSERT_TRUE(ToNativePathFound("C:\\Dir\\", &native, &error, &found));
+  EXPECT_EQ(T("Dir") + "/", native);
+  EXPECT_FALSE(found.known);
+  EXPECT_FALSE(found.missing);
+}
+
+TEST_F(PathsTest, ToNativePath_AgainAfterRemapFollowsNewDrive) {
+  TempDir other;
+  WriteFile(T("Part.vgxXml"), "a");
+  WriteFile(other.Sub("Part.vgxXml"), "b");
+  ASSERT_EQ(T("Part.vgxXml"), Native("C:\\Part.vgxXml"));
+  MapDrive('C', other.path());
+  EXPECT_EQ(other.Sub("Part.vgxXml"), Native("C:\\Part.vgxXml"));
+}
+
+TEST_F(PathsTest, ToNativePath_AgainAfterRemovalFindsCaseVariant) {
+  WriteFile(T("Part.vgxXml"), "a");
+  ASSERT_EQ(T("Part.vgxXml"), Native("C:\\Part.vgxXml"));
+  ASSERT_EQ(0, rename(T("Part.vgxXml").c_str(), T("PART.vgxXml").c_str()));
+  EXPECT_EQ(T("PART.vgxXml"), Native("C:\\Part.vgxXml"));
+}
+
+TEST_F(PathsTest, ToNativePath_AgainAfterCodePageChangeConvertsAgain) {
+  WriteFile(T("\xC3\xA9.vgxXml"), "a");  // "é" in UTF-8
+  ASSERT_EQ(T("\xC3\xA9.vgxXml"), Native("C:\\\xC3\xA9.vgxXml"));
+  ScopedCodePage latin1(1252);
+  ASSERT_TRUE(latin1.ok());
+  // The same bytes now read as two Windows-1252 characters, which name another file.
+  EXPECT_EQ(T("\xC3\x83\xC2\xA9.vgxXml"), Native("C:\\\xC3\xA9.vgxXml"));
 }
 
 }  // namespace

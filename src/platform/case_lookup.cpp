@@ -8,6 +8,7 @@
 #include <wctype.h>
 
 #include <atomic>
+#include <cerrno>
 #include <mutex>
 #include <optional>
 #include <unordered_map>
@@ -58,9 +59,15 @@ std::string NamePart(const std::string& native) {
 class ListingCache {
  public:
   // How many entries of dir equal folded ignoring case (0, 1 or more); the one in *entry.
-  int Find(const std::string& dir, const std::u32string& folded, std::string* entry) {
+  // dirStat: the directory's lstat when the caller just took it (null: looked at here).
+  int Find(const std::string& dir, const std::u32string& folded, std::string* entry,
+           const struct stat* dirStat) {
     struct stat st;
-    if (stat(dir.empty() ? "." : dir.c_str(), &st) != 0) return 0;
+    if (dirStat != nullptr && S_ISDIR(dirStat->st_mode)) {
+      st = *dirStat;
+    } else if (stat(dir.empty() ? "." : dir.c_str(), &st) != 0) {
+      return 0;
+    }
     std::lock_guard<std::mutex> lock(mu_);
     auto it = listings_.find(dir);
     if (it == listings_.end() || !it->second.Matches(st)) {
@@ -163,8 +170,10 @@ ListingCache& Listings() {
 
 // Looks name up in directory *path (the buffer, "" for the working directory) as it exists
 // exactly or else as the one entry equal to it ignoring case; on success appends the entry to
-// *path. With exactTried the caller already knows that the exact name does not exist.
-bool AppendEntry(std::string* path, std::string_view name, bool exactTried) {
+// *path. With exactTried the caller already knows that the exact name does not exist; dirStat,
+// when not null, is the directory's lstat just taken.
+bool AppendEntry(std::string* path, std::string_view name, bool exactTried,
+                 const struct stat* dirStat) {
   const size_t dirEnd = path->size();
   if (!exactTried) {
     AppendName(path, name);
@@ -172,7 +181,7 @@ bool AppendEntry(std::string* path, std::string_view name, bool exactTried) {
     path->resize(dirEnd);
   }
   std::string entry;
-  if (Listings().Find(*path, FoldedName(name), &entry) != 1) return false;
+  if (Listings().Find(*path, FoldedName(name), &entry, dirStat) != 1) return false;
   AppendName(path, entry);
   return true;
 }
@@ -195,7 +204,8 @@ std::u32string FoldedName(std::string_view name) {
 // When it does not exist, the longest prefix that does is found (the parent first, as it usually
 // is, else by bisection: a prefix exists only if every shorter one does), and only the names
 // after it are looked up one by one.
-std::string ResolveCase(const std::string& root, const std::vector<std::string_view>& names) {
+std::string ResolveCase(const std::string& root, const std::vector<std::string_view>& names,
+                        FoundEntry* found) {
   std::string path = root;
   std::vector<size_t> ends;  // ends[k]: length of root joined with names[0..k]
   ends.reserve(names.size());
@@ -203,17 +213,28 @@ std::string ResolveCase(const std::string& root, const std::vector<std::string_v
     AppendName(&path, name);
     ends.push_back(path.size());
   }
-  if (names.empty() || Exists(path)) return path;
+  if (names.empty()) return path;
+  FoundEntry ignored;
+  FoundEntry& entry = found != nullptr ? *found : ignored;
+  entry.known = lstat(path.c_str(), &entry.st) == 0;
+  if (entry.known) return path;
+  const bool absent = errno == ENOENT;
   // Whether root joined with the first count names exists; the buffer is cut at the "/" that
-  // follows them for the call and restored after.
-  const auto prefixExists = [&path, &ends](size_t count) {
+  // follows them for the call and restored after. The last prefix found is kept with its lstat.
+  struct stat prefixStat;
+  size_t prefixCount = 0;
+  const auto prefixExists = [&](size_t count) {
     const size_t end = ends[count - 1];
     const char separator = path[end];
     path[end] = '\0';
     struct stat st;
-    const bool found = lstat(path.c_str(), &st) == 0;
+    const bool exists = lstat(path.c_str(), &st) == 0;
     path[end] = separator;
-    return found;
+    if (exists) {
+      prefixStat = st;
+      prefixCount = count;
+    }
+    return exists;
   };
   const size_t n = names.size();
   size_t known = 0;  // how many leading names exist as written (the root is taken as existing)
@@ -228,8 +249,12 @@ std::string ResolveCase(const std::string& root, const std::vector<std::string_v
   }
   path.resize(known == 0 ? root.size() : ends[known - 1]);
   for (size_t k = known; k < n; ++k) {
-    if (!AppendEntry(&path, names[k], k == known)) {
+    const struct stat* dirStat =
+        k == known && known > 0 && prefixCount == known ? &prefixStat : nullptr;
+    if (!AppendEntry(&path, names[k], k == known, dirStat)) {
       AppendNames(&path, names, k);
+      // The parent exists as written and holds no match: the path is the one that failed.
+      entry.missing = absent && k == known && k == n - 1;
       return path;
     }
   }

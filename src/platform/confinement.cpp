@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/case_lookup.h"
 #include "platform/env_settings.h"
 #include "platform/path_syntax.h"
 #include "platform/paths.h"
@@ -62,6 +63,11 @@ class ConfinementRootsStore {
     return roots_;
   }
 
+  bool Active() {
+    const auto lock = Lock();
+    return !roots_.empty();
+  }
+
   bool Contains(const std::string& real) {
     const auto lock = Lock();
     if (roots_.empty()) return true;
@@ -101,14 +107,22 @@ void SetConfinementRoots(const std::vector<std::string>& nativeDirs) {
 
 std::vector<std::string> ConfinementRoots() { return Confinement().Roots(); }
 
+bool ReadsConfined() { return Confinement().Active(); }
+
 bool IsConfined(const std::string& realNative) { return Confinement().Contains(realNative); }
 
 DWORD StatModulePath(const std::string& modulePath, FileFacts* facts) {
   *facts = FileFacts();
   DWORD error = 0;
-  if (!ToNativePath(modulePath, &facts->native, &error)) return error;
+  FoundEntry found;
+  if (!ToNativePathFound(modulePath, &facts->native, &error, &found)) return error;
+  if (found.missing) return 0;
   struct stat st;
-  if (stat(facts->native.c_str(), &st) != 0) return 0;  // missing (or unreachable): no facts
+  if (found.known && !S_ISLNK(found.st.st_mode)) {
+    st = found.st;  // what the look-up saw is the file itself: no link to follow
+  } else if (stat(facts->native.c_str(), &st) != 0) {
+    return 0;  // missing (or unreachable): no facts
+  }
   facts->exists = true;
   facts->regular = S_ISREG(st.st_mode);
   facts->device = static_cast<uint64_t>(st.st_dev);
@@ -116,7 +130,7 @@ DWORD StatModulePath(const std::string& modulePath, FileFacts* facts) {
   facts->size = facts->regular ? static_cast<uint64_t>(st.st_size) : 0;
   facts->mode = static_cast<uint32_t>(st.st_mode & 07777);
   // Resolving links costs a call per component: only confinement needs it.
-  if (!ConfinementRoots().empty()) {
+  if (ReadsConfined()) {
     if (!RealPath(facts->native, &facts->real)) facts->real.clear();
     facts->confined = IsConfined(facts->real);
   }

@@ -8,6 +8,14 @@
 //
 // Paths handed to an Env are module paths: Windows-style, in the process's code page; the default
 // Env maps them to native paths (paths.h). Failures are Windows error numbers (winerror.h).
+//
+// The default Env remembers, per process, what it read, copied and wrote (file_memo.h), tied to
+// the identity of the files (device, inode, size, modification and status-change times), and
+// does not repeat work whose result is still on disk: a file found readable and unchanged is not
+// opened again, a copy whose source and target are both as this process left them is not made
+// again, a file read or written and unchanged since is read from memory, and a write of the bytes
+// a file already holds writes nothing. Results and files are those of doing the work; only the
+// system calls are fewer. Under confinement nothing is remembered.
 #ifndef NOM_PLATFORM_ENV_H_
 #define NOM_PLATFORM_ENV_H_
 
@@ -37,16 +45,19 @@ class NOM_API Env {
   virtual ~Env();
 
   // The existence test. Returns true only when path names a regular file this process can open
-  // for reading; the file is opened and closed at once, without blocking on a FIFO. Returns false
-  // for a directory, a missing file, one without read permission, a name Windows refuses, an
+  // for reading; the file is opened and closed at once, without blocking on a FIFO (the default
+  // Env skips the opening for a file it opened or made and that has not changed since). Returns
+  // false for a directory, a missing file, one without read permission, a name Windows refuses, an
   // unmapped drive or share and, under confinement (paths.h), a file whose real path lies outside
   // every root. Sets no error.
   virtual bool CanOpenForReading(const std::string& path) = 0;
 
   // Copies the file src to dst, keeping src's modification time and permission bits (plus owner
-  // write, never more); replaces an existing dst unless failIfExists. The copy is written beside
-  // dst and renamed over it, so dst is either untouched or the whole copy, and a symbolic link at
-  // dst is replaced, not written through. Returns 0 on success. On failure returns a Windows error
+  // write, never more); replaces an existing dst unless failIfExists. The copy is written as a new
+  // file (unnamed until complete where the file system allows, else a temporary beside dst) and
+  // then put in dst's place, so dst is either untouched or the whole copy, a crash leaves no half
+  // copy under dst's name, and a symbolic link at dst is replaced, not written through. Returns 0
+  // on success. On failure returns a Windows error
   // and leaves dst as it was and nothing beside it: a missing src 2 (3 when its directory is
   // missing too), a directory src or one outside the confinement roots 5, dst existing with
   // failIfExists 80, a read-only dst (no write bit for anyone, also for root) or a directory dst
@@ -59,8 +70,8 @@ class NOM_API Env {
   // is missing), a directory or a file outside the confinement roots 5, as CopyFile for names.
   virtual DWORD ReadFile(const std::string& path, std::string* contents) = 0;
 
-  // Replaces path with contents atomically: writes a temporary file beside it and renames it over
-  // the target, so a crashed process never leaves half a file. (No fsync: a package is rewritten
+  // Replaces path with contents atomically: writes a new file (as CopyFile does) and puts it in
+  // path's place, so a crashed process never leaves half a file. (No fsync: a package is rewritten
   // file by file, and syncing each one would cost more than the whole copy.) A replaced file keeps
   // its permission bits; a new one gets 0666 less the umask; a symbolic link at path is replaced,
   // not followed. Returns 0 on success; on failure a Windows error, path as it was and no

@@ -39,8 +39,9 @@ class Fd {
   // True when a descriptor is held.
   explicit operator bool() const { return fd_ >= 0; }
   // Closes now and holds none; returns 0 or the Windows error of a failed close (a late write
-  // error).
+  // error). Holding none, does nothing and returns 0.
   DWORD Close() {
+    if (fd_ < 0) return 0;
     const int rc = close(fd_);
     fd_ = -1;
     return rc == 0 ? 0 : MapErrno(errno);

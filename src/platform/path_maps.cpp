@@ -1,9 +1,13 @@
 // The drive and share maps, and the two directions through them: module paths to native paths
 // (ToNativePath) and back (ToModulePath).
+#include <sys/stat.h>
+
 #include <atomic>
+#include <cstdint>
 #include <mutex>
 #include <optional>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -124,6 +128,7 @@ class PathMaps {
     std::vector<std::string> problems;
     {
       const auto lock = Lock(&problems);
+      ++generation_;
       if (IsDriveLetter(letter)) {
         drives_[DriveIndex(letter)] = TrimDirectory(nativeDir);
       } else {
@@ -139,6 +144,7 @@ class PathMaps {
     std::vector<std::string> problems;
     {
       const auto lock = Lock(&problems);
+      ++generation_;
       if (parsed) {
         SetShareLocked(std::move(share));
       } else {
@@ -178,8 +184,12 @@ class PathMaps {
     return found;
   }
 
+  // Moves on every change of the maps, loading them included.
+  uint64_t Generation() const { return generation_.load(std::memory_order_acquire); }
+
   void Reset() {
     std::lock_guard<std::mutex> lock(mutex_);
+    ++generation_;
     for (std::string& root : drives_) root.clear();
     shares_.clear();
     loaded_.store(false, std::memory_order_release);
@@ -210,6 +220,7 @@ class PathMaps {
             drives_[DriveIndex(drive.first)] = std::move(drive.second);
           }
           for (Share& share : read.shares) SetShareLocked(std::move(share));
+          ++generation_;
           problems->insert(problems->end(), read.problems.begin(), read.problems.end());
           loaded_.store(true, std::memory_order_release);
         });
@@ -222,6 +233,7 @@ class PathMaps {
 
   std::mutex mutex_;
   std::atomic<bool> loaded_{false};
+  std::atomic<uint64_t> generation_{0};
   std::string drives_[26];
   std::vector<Share> shares_;
 };
@@ -229,6 +241,53 @@ class PathMaps {
 PathMaps& Maps() {
   static PathMaps maps;
   return maps;
+}
+
+// Module paths whose every component existed as written when they were last mapped, with the
+// native path they named: while that path still exists (one lstat) it is the answer again, and
+// the conversion, the checks of the names and the splitting are not repeated. An entry holds
+// only under the maps, code page and look-up mode it was made with.
+class MappedPaths {
+ public:
+  struct Context {
+    uint64_t generation;
+    UINT codePage;
+    bool caseInsensitive;
+    bool operator==(const Context& o) const {
+      return generation == o.generation && codePage == o.codePage &&
+             caseInsensitive == o.caseInsensitive;
+    }
+  };
+
+  // True with *native set when modulePath was noted under context.
+  bool Find(const std::string& modulePath, const Context& context, std::string* native) {
+    std::lock_guard<std::mutex> lock(mu_);
+    if (!(context == context_)) return false;
+    const auto it = paths_.find(modulePath);
+    if (it == paths_.end()) return false;
+    *native = it->second;
+    return true;
+  }
+
+  void Note(const std::string& modulePath, const Context& context, const std::string& native) {
+    std::lock_guard<std::mutex> lock(mu_);
+    if (!(context == context_) || paths_.size() >= kMaxPaths) {
+      paths_.clear();
+      context_ = context;
+    }
+    paths_.emplace(modulePath, native);
+  }
+
+ private:
+  static constexpr size_t kMaxPaths = 4096;
+  std::mutex mu_;
+  Context context_{~uint64_t{0}, 0, false};
+  std::unordered_map<std::string, std::string> paths_;
+};
+
+MappedPaths& Mapped() {
+  static MappedPaths paths;
+  return paths;
 }
 
 // Finds the native root of path (UTF-8) and where the rest begins. Returns false with *error
@@ -270,6 +329,20 @@ void ResetPathMaps() {
 }
 
 bool ToNativePath(const std::string& modulePath, std::string* nativePath, DWORD* error) {
+  return ToNativePathFound(modulePath, nativePath, error, nullptr);
+}
+
+bool ToNativePathFound(const std::string& modulePath, std::string* nativePath, DWORD* error,
+                       FoundEntry* found) {
+  FoundEntry ignored;
+  FoundEntry& entry = found != nullptr ? *found : ignored;
+  entry.known = false;
+  entry.missing = false;
+  const MappedPaths::Context context{Maps().Generation(), GetACP(), CaseInsensitiveLookup()};
+  if (Mapped().Find(modulePath, context, nativePath)) {
+    entry.known = lstat(nativePath->c_str(), &entry.st) == 0;
+    if (entry.known) return true;
+  }
   const std::string path = AcpToUtf8(modulePath);
   if (IsRefusedName(path)) {
     *error = kErrorInvalidName;
@@ -281,7 +354,7 @@ bool ToNativePath(const std::string& modulePath, std::string* nativePath, DWORD*
   const std::vector<std::string_view> names =
       Components(std::string_view(path).substr(restAt), !root.empty());
   if (CaseInsensitiveLookup()) {
-    *nativePath = ResolveCase(root, names);
+    *nativePath = ResolveCase(root, names, &entry);
   } else {
     *nativePath = root;
     AppendNames(nativePath, names, 0);
@@ -290,7 +363,10 @@ bool ToNativePath(const std::string& modulePath, std::string* nativePath, DWORD*
     *nativePath = ".";
   } else if (!names.empty() && IsSeparator(path.back())) {
     *nativePath += '/';  // "dir\" names a directory: "file\" must still fail
+    entry.known = false;
+    entry.missing = false;
   }
+  if (entry.known) Mapped().Note(modulePath, context, *nativePath);
   return true;
 }
 

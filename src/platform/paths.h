@@ -77,6 +77,8 @@ NOM_API bool ToModulePath(const std::string& nativePath, std::string* modulePath
 NOM_API void SetConfinementRoots(const std::vector<std::string>& nativeDirs);
 // The roots in force, as real paths; empty when there is no confinement.
 NOM_API std::vector<std::string> ConfinementRoots();
+// True when roots are set: ConfinementRoots() would not be empty.
+NOM_API bool ReadsConfined();
 // True when there is no confinement or the real path realNative (already resolved) lies inside
 // a root (the root itself included).
 NOM_API bool IsConfined(const std::string& realNative);

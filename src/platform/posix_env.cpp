@@ -7,7 +7,9 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,6 +17,7 @@
 #include "platform/case_lookup.h"
 #include "platform/env.h"
 #include "platform/fd.h"
+#include "platform/file_memo.h"
 #include "platform/path_syntax.h"
 #include "platform/paths.h"
 #include "platform/winerror.h"
@@ -43,7 +46,7 @@ DWORD PathError(const std::string& p, int err) {
 DWORD OpenRegularForReading(const std::string& p, Fd* fd, struct stat* st) {
   std::string real;
   int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
-  if (!ConfinementRoots().empty()) {
+  if (ReadsConfined()) {
     if (!RealPath(p, &real)) return PathError(p, errno);
     if (!IsConfined(real)) return kErrorAccessDenied;
     flags |= O_NOFOLLOW;
@@ -55,6 +58,27 @@ DWORD OpenRegularForReading(const std::string& p, Fd* fd, struct stat* st) {
   if (!S_ISREG(st->st_mode)) return kErrorAccessDenied;
   *fd = std::move(opened);
   return 0;
+}
+
+// The memo of files is used only without confinement: under confinement every read resolves
+// the real path again, so that a link swapped in is never followed out of the roots.
+FileMemo* Memo() { return ReadsConfined() ? nullptr : &FileMemo::Instance(); }
+
+// The identity of the regular file at native path p, links followed unless followLinks is false;
+// false when p names no regular file. What the path's look-up found stands for a fresh look.
+bool RegularIdentity(const std::string& p, const FoundEntry& found, bool followLinks,
+                     FileIdentity* id) {
+  struct stat st;
+  const struct stat* seen = &st;
+  if (found.missing) return false;
+  if (found.known && (!followLinks || !S_ISLNK(found.st.st_mode))) {
+    seen = &found.st;
+  } else if ((followLinks ? stat(p.c_str(), &st) : lstat(p.c_str(), &st)) != 0) {
+    return false;
+  }
+  if (!S_ISREG(seen->st_mode)) return false;
+  *id = FileIdentity::Of(*seen);
+  return true;
 }
 
 DWORD CopyByReadWrite(int in, int out) {
@@ -99,18 +123,26 @@ DWORD CheckReplaceable(const struct stat& st) {
   return S_ISDIR(st.st_mode) || IsReadOnly(st) ? kErrorAccessDenied : 0;
 }
 
-// The entry standing at native path p, links not followed. Returns 0 with *exists set, or the
-// Windows error of a failed look-up other than a missing entry.
-DWORD LookAtTarget(const std::string& p, struct stat* st, bool* exists) {
+// The entry standing at native path p, links not followed (what the look-up found, when it
+// found it). Returns 0 with *exists set, or the Windows error of a failed look-up other than a
+// missing entry.
+DWORD LookAtTarget(const std::string& p, const FoundEntry& found, struct stat* st, bool* exists) {
+  if (found.known || found.missing) {
+    *st = found.st;
+    *exists = found.known;
+    return 0;
+  }
   *exists = lstat(p.c_str(), st) == 0;
   return *exists || errno == ENOENT ? 0 : PathError(p, errno);
 }
 
 // A new, uniquely named file beside native path target, for writing, with permissions mode
-// (less the umask).
+// (less the umask). The process id is taken once: a forked child that picks a name in use gets
+// EEXIST and takes the next.
 DWORD CreateTempBeside(const std::string& target, mode_t mode, Fd* fd, std::string* tempPath) {
   static std::atomic<unsigned> counter{0};
-  const std::string prefix = ParentDirectory(target) + "/.nomtmp." + std::to_string(getpid()) + ".";
+  static const std::string pid = std::to_string(getpid());
+  const std::string prefix = ParentDirectory(target) + "/.nomtmp." + pid + ".";
   for (;;) {
     *tempPath = prefix + std::to_string(counter.fetch_add(1));
     Fd created(open(tempPath->c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
@@ -137,6 +169,87 @@ DWORD MoveIntoPlace(const std::string& temp, const std::string& target, bool noR
   return rename(temp.c_str(), target.c_str()) == 0 ? 0 : PathError(target, errno);
 }
 
+// Whether an unnamed file can be given a name: through /proc/self/fd, which linkat follows
+// without privileges.
+bool CanNameUnnamedFiles() {
+  static const bool can = access("/proc/self/fd", X_OK) == 0;
+  return can;
+}
+
+// A file that takes the place of native path target once it is complete. Where nothing stands
+// at target it is an unnamed file in target's directory (O_TMPFILE), linked in under target's
+// name when placed: as cheap as creating the file in place, and a crash leaves nothing. Else, or
+// where the file system has no unnamed files, a temporary beside target renamed over it. Until
+// Place nothing is visible under target's name; destroyed unplaced, it leaves nothing behind.
+class Replacement {
+ public:
+  explicit Replacement(std::string target) : target_(std::move(target)) {}
+  ~Replacement() {
+    fd_.Close();
+    if (!temp_.empty()) {
+      unlink(temp_.c_str());
+      NoteFileRemoved(temp_);
+    }
+  }
+  Replacement(const Replacement&) = delete;
+  Replacement& operator=(const Replacement&) = delete;
+
+  // Creates the file with permissions mode (less the umask); targetExists: something stands at
+  // the target (it is then replaced by rename). Returns 0 or the Windows error.
+  DWORD Create(mode_t mode, bool targetExists) {
+    if (!targetExists && CanNameUnnamedFiles()) {
+      Fd unnamed(open(ParentDirectory(target_).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, mode));
+      if (unnamed) {
+        fd_ = std::move(unnamed);
+        return 0;
+      }
+      // No unnamed files here (or a failure the named temporary reports in its own words).
+    }
+    return CreateTempBeside(target_, mode, &fd_, &temp_);
+  }
+
+  int fd() const { return fd_.get(); }
+
+  // Closes the file and gives it the target's name: replacing what stands there, or, with
+  // noReplace, only when nothing does (80 otherwise). Returns 0 or the Windows error, the
+  // target then as it was. When placed is not null, *placed receives the status of the file
+  // now at the target (without looking the target up again where that can be avoided).
+  DWORD Place(bool noReplace, struct stat* placed = nullptr) {
+    if (temp_.empty()) {
+      const std::string self = "/proc/self/fd/" + std::to_string(fd_.get());
+      if (linkat(AT_FDCWD, self.c_str(), AT_FDCWD, target_.c_str(), AT_SYMLINK_FOLLOW) == 0) {
+        if (placed != nullptr && fstat(fd_.get(), placed) != 0) placed->st_mode = 0;
+        const DWORD closed = fd_.Close();
+        if (closed != 0) unlink(target_.c_str());
+        return closed;
+      }
+      if (errno != EEXIST) return PathError(target_, errno);
+      if (noReplace) return kErrorFileExists;
+      // Something appeared at the target since it was looked at: named, then renamed over it.
+      static std::atomic<unsigned> counter{0};
+      for (;;) {
+        std::string temp = ParentDirectory(target_) + "/.nomtmp." + std::to_string(getpid()) +
+                           ".l" + std::to_string(counter.fetch_add(1));
+        if (linkat(AT_FDCWD, self.c_str(), AT_FDCWD, temp.c_str(), AT_SYMLINK_FOLLOW) == 0) {
+          temp_ = std::move(temp);
+          break;
+        }
+        if (errno != EEXIST) return PathError(target_, errno);
+      }
+    }
+    if (const DWORD closed = fd_.Close()) return closed;
+    if (const DWORD moved = MoveIntoPlace(temp_, target_, noReplace)) return moved;
+    temp_.clear();
+    if (placed != nullptr && lstat(target_.c_str(), placed) != 0) placed->st_mode = 0;
+    return 0;
+  }
+
+ private:
+  std::string target_;
+  Fd fd_{-1};
+  std::string temp_;  // the named temporary, when there is one
+};
+
 DWORD MakeDirectories(const std::string& native) {
   struct stat st;
   if (stat(native.c_str(), &st) == 0) return S_ISDIR(st.st_mode) ? 0 : MapErrno(EEXIST);
@@ -150,25 +263,62 @@ DWORD MakeDirectories(const std::string& native) {
   return 0;
 }
 
+// Whether this process may read the file it just made, whose status is st: it owns it and the
+// owner may read it (a file it made is never subject to confinement's real-path check).
+bool OwnReadable(const struct stat& st) {
+  static const uid_t self = geteuid();
+  return S_ISREG(st.st_mode) && st.st_uid == self && (st.st_mode & S_IRUSR) != 0;
+}
+
+// Contents held in memory, handed over in one piece.
+class StringSource : public ContentSource {
+ public:
+  explicit StringSource(const std::string& contents) : contents_(contents) {}
+  DWORD WriteTo(const Sink& sink) override { return sink(contents_.data(), contents_.size()); }
+
+ private:
+  const std::string& contents_;
+};
+
 class PosixEnv : public Env {
  public:
   bool CanOpenForReading(const std::string& path) override {
     std::string native;
     DWORD error = 0;
-    if (!ToNativePath(path, &native, &error)) return false;
+    FoundEntry found;
+    if (!ToNativePathFound(path, &native, &error, &found)) return false;
+    FileMemo* memo = Memo();
+    FileIdentity id;
+    if (memo != nullptr && RegularIdentity(native, found, true, &id) &&
+        memo->KnownReadable(native, id)) {
+      return true;
+    }
     Fd fd(-1);
     struct stat st;
-    return OpenRegularForReading(native, &fd, &st) == 0;
+    if (OpenRegularForReading(native, &fd, &st) != 0) return false;
+    if (memo != nullptr) memo->NoteReadable(native, FileIdentity::Of(st));
+    return true;
   }
 
-  // The copy is written to a temporary file beside dst (readable by its owner alone until it
-  // is complete), given src's permissions and modification time and renamed over dst, so dst
-  // is either as it was or the whole copy, and a link standing at dst is replaced, not written
-  // through.
+  // The copy is written to a new file (readable by its owner alone until it is complete), given
+  // src's permissions and modification time and put in dst's place, so dst is either as it was
+  // or the whole copy, and a link standing at dst is replaced, not written through. A copy that
+  // would write what dst already holds (the same source, neither file changed since this process
+  // made the copy) is not made again.
   DWORD CopyFile(const std::string& src, const std::string& dst, bool failIfExists) override {
     std::string from, to;
     DWORD error = 0;
-    if (!ToNativePath(src, &from, &error) || !ToNativePath(dst, &to, &error)) return error;
+    FoundEntry fromFound, toFound;
+    if (!ToNativePathFound(src, &from, &error, &fromFound) ||
+        !ToNativePathFound(dst, &to, &error, &toFound)) {
+      return error;
+    }
+    FileMemo* memo = Memo();
+    FileIdentity was, is;
+    if (memo != nullptr && !failIfExists && RegularIdentity(from, fromFound, true, &was) &&
+        RegularIdentity(to, toFound, false, &is) && memo->CopyIsCurrent(from, to, was, is)) {
+      return 0;
+    }
     Fd in(-1);
     struct stat source;
     if ((error = OpenRegularForReading(from, &in, &source)) != 0) {
@@ -176,7 +326,7 @@ class PosixEnv : public Env {
     }
     struct stat target;
     bool exists = false;
-    if ((error = LookAtTarget(to, &target, &exists)) != 0) return error;
+    if ((error = LookAtTarget(to, toFound, &target, &exists)) != 0) return error;
     if (exists) {
       if (failIfExists) return kErrorFileExists;
       if ((error = CheckReplaceable(target)) != 0) return error;
@@ -187,32 +337,43 @@ class PosixEnv : public Env {
     } else if (to.back() == '/') {
       return MapErrno(EISDIR);  // "name\" can only be a directory
     }
-    Fd out(-1);
-    std::string temp;
-    if ((error = CreateTempBeside(to, S_IRUSR | S_IWUSR, &out, &temp)) != 0) return error;
-    error = CopyContents(in.get(), out.get(), source);
+    Replacement out(to);
+    if ((error = out.Create(S_IRUSR | S_IWUSR, exists)) != 0) return error;
+    error = CopyContents(in.get(), out.fd(), source);
     // The source's permissions, never wider, and writable by the owner so it can be replaced.
-    if (error == 0 && fchmod(out.get(), (source.st_mode & 0777) | S_IWUSR) != 0) {
+    if (error == 0 && fchmod(out.fd(), (source.st_mode & 0777) | S_IWUSR) != 0) {
       error = MapErrno(errno);
     }
-    if (error == 0) error = KeepModificationTime(out.get(), source);
-    const DWORD closeError = out.Close();
-    if (error == 0) error = closeError;
-    if (error == 0) error = MoveIntoPlace(temp, to, failIfExists);
-    if (error != 0) {
-      unlink(temp.c_str());  // nothing is left under dst's name, nor beside it
-      NoteFileRemoved(temp);
-    } else {
-      NoteFileCreated(to);
+    if (error == 0) error = KeepModificationTime(out.fd(), source);
+    struct stat placed;
+    if (error == 0) error = out.Place(failIfExists, &placed);
+    if (error != 0) return error;
+    NoteFileCreated(to);
+    if (memo != nullptr) {
+      memo->NoteReadable(from, FileIdentity::Of(source));
+      if (S_ISREG(placed.st_mode)) {
+        memo->NoteCopy(from, to, FileIdentity::Of(source), FileIdentity::Of(placed));
+        if (OwnReadable(placed)) memo->NoteReadable(to, FileIdentity::Of(placed));
+      }
     }
-    return error;
+    return 0;
   }
 
+  // A file read before and unchanged since is served from memory.
   DWORD ReadFile(const std::string& path, std::string* contents) override {
     contents->clear();
     std::string native;
     DWORD error = 0;
-    if (!ToNativePath(path, &native, &error)) return error;
+    FoundEntry found;
+    if (!ToNativePathFound(path, &native, &error, &found)) return error;
+    FileMemo* memo = Memo();
+    FileIdentity id;
+    if (memo != nullptr && RegularIdentity(native, found, true, &id)) {
+      if (const FileBytes kept = memo->Contents(native, id)) {
+        *contents = *kept;
+        return 0;
+      }
+    }
     Fd fd(-1);
     struct stat st;
     if ((error = OpenRegularForReading(native, &fd, &st)) != 0) return error;
@@ -220,7 +381,7 @@ class PosixEnv : public Env {
     char buffer[1 << 16];
     for (;;) {
       const ssize_t n = read(fd.get(), buffer, sizeof buffer);
-      if (n == 0) return 0;
+      if (n == 0) break;
       if (n < 0 && errno == EINTR) continue;
       if (n < 0) {
         contents->clear();
@@ -228,18 +389,22 @@ class PosixEnv : public Env {
       }
       contents->append(buffer, static_cast<size_t>(n));
     }
+    // Kept only when the file did not change while it was read.
+    struct stat after;
+    if (memo != nullptr && contents->size() <= kMemoFileLimit && fstat(fd.get(), &after) == 0 &&
+        FileIdentity::Of(after) == FileIdentity::Of(st)) {
+      memo->NoteContents(native, FileIdentity::Of(st), std::make_shared<std::string>(*contents));
+    }
+    return 0;
   }
 
   DWORD WriteFileAtomic(const std::string& path, const std::string& contents) override {
-    return ReplaceFile(
-        path, [&contents](int fd) { return WriteAll(fd, contents.data(), contents.size()); });
+    StringSource source(contents);
+    return ReplaceFile(path, source);
   }
 
   DWORD WriteFileAtomicFrom(const std::string& path, ContentSource& source) override {
-    return ReplaceFile(path, [&source](int fd) {
-      return source.WriteTo(
-          [fd](const char* data, size_t size) { return WriteAll(fd, data, size); });
-    });
+    return ReplaceFile(path, source);
   }
 
   DWORD CreateDirectories(const std::string& path) override {
@@ -260,35 +425,70 @@ class PosixEnv : public Env {
   }
 
  private:
-  // Writes a temporary file beside path with write(fd) and renames it over path; a link standing
-  // at path is replaced, not followed.
-  DWORD ReplaceFile(const std::string& path, const std::function<DWORD(int fd)>& write) {
+  // Writes source to a new file and puts it in path's place; a link standing at path is
+  // replaced, not followed. When path is known to hold exactly what source produces (this
+  // process wrote or read it so, and it has not changed since), nothing is written.
+  DWORD ReplaceFile(const std::string& path, ContentSource& source) {
     std::string native;
     DWORD error = 0;
-    if (!ToNativePath(path, &native, &error)) return error;
+    FoundEntry found;
+    if (!ToNativePathFound(path, &native, &error, &found)) return error;
     struct stat existing;
     bool exists = false;
-    if ((error = LookAtTarget(native, &existing, &exists)) != 0) return error;
+    if ((error = LookAtTarget(native, found, &existing, &exists)) != 0) return error;
     if (exists && (error = CheckReplaceable(existing)) != 0) return error;
-    Fd fd(-1);
-    std::string temp;
-    if ((error = CreateTempBeside(native, 0666, &fd, &temp)) != 0) return error;
-    error = write(fd.get());
+    FileMemo* memo = Memo();
+    FileBytes known;  // what path holds now, when remembered
+    if (memo != nullptr && exists && S_ISREG(existing.st_mode)) {
+      known = memo->Contents(native, FileIdentity::Of(existing));
+    }
+    auto written = std::make_shared<std::string>();  // kept for the memo while small enough
+    bool keeping = memo != nullptr;
+    size_t same = 0;  // leading bytes found equal to known's
+    bool differs = known == nullptr;
+    Replacement out(native);
+    bool created = false;
+    const auto write = [&](const char* data, size_t size) -> DWORD {
+      if (!created) {
+        if (const DWORD failed = out.Create(0666, exists)) return failed;
+        created = true;
+      }
+      return WriteAll(out.fd(), data, size);
+    };
+    error = source.WriteTo([&](const char* data, size_t size) -> DWORD {
+      if (keeping && written->size() + size > kMemoFileLimit) {
+        keeping = false;
+        written = std::make_shared<std::string>();
+      }
+      if (keeping) written->append(data, size);
+      if (!differs) {
+        if (same + size <= known->size() && std::memcmp(known->data() + same, data, size) == 0) {
+          same += size;
+          return 0;
+        }
+        differs = true;
+        if (const DWORD failed = write(known->data(), same)) return failed;
+      }
+      return write(data, size);
+    });
+    if (error != 0) return error;
+    if (!differs) {
+      if (same == known->size()) return 0;  // path holds these bytes already
+      if ((error = write(known->data(), same)) != 0) return error;
+    }
+    if (!created && (error = write(nullptr, 0)) != 0) return error;  // empty contents
     // The replacement keeps the permissions of the file it replaces (not of a link's target).
-    if (error == 0 && exists && !S_ISLNK(existing.st_mode) &&
-        fchmod(fd.get(), existing.st_mode & 07777) != 0) {
-      error = MapErrno(errno);
+    if (exists && !S_ISLNK(existing.st_mode) && fchmod(out.fd(), existing.st_mode & 07777) != 0) {
+      return MapErrno(errno);
     }
-    const DWORD closeError = fd.Close();
-    if (error == 0) error = closeError;
-    if (error == 0 && rename(temp.c_str(), native.c_str()) != 0) error = PathError(native, errno);
-    if (error != 0) {
-      unlink(temp.c_str());
-      NoteFileRemoved(temp);
-    } else {
-      NoteFileCreated(native);
+    struct stat placed;
+    if ((error = out.Place(false, &placed)) != 0) return error;
+    NoteFileCreated(native);
+    if (memo != nullptr && S_ISREG(placed.st_mode)) {
+      if (keeping) memo->NoteContents(native, FileIdentity::Of(placed), written);
+      if (OwnReadable(placed)) memo->NoteReadable(native, FileIdentity::Of(placed));
     }
-    return error;
+    return 0;
   }
 };
 

@@ -76,8 +76,9 @@ class RunMonitor::Progress {
   std::chrono::steady_clock::time_point last_draw_;
 };
 
-RunMonitor::RunMonitor(const PreflightResult* plan, std::map<std::string, std::string> redirects)
-    : EnvWrapper(nomplat::CurrentEnv()), plan_(plan) {
+RunMonitor::RunMonitor(const PreflightResult* plan, std::map<std::string, std::string> redirects,
+                       bool keep_copied)
+    : EnvWrapper(nomplat::CurrentEnv()), plan_(plan), keep_copied_(keep_copied) {
   if (plan_ != nullptr) {
     for (const PlannedItem& item : plan_->items) by_source_.emplace(item.source, &item);
   }
@@ -123,7 +124,7 @@ void RunMonitor::NoteCopied(const std::string& src, const std::string& dst) {
     ++outcome_.resources;
   }
   outcome_.bytes += SizeOf(dst);
-  outcome_.copied.push_back(std::move(item));
+  if (keep_copied_) outcome_.copied.push_back(std::move(item));
   if (progress_) progress_->Update(outcome_);
 }
 
@@ -184,12 +185,15 @@ void RunMonitor::Write(const std::string& message, int32_t level) {
       if (message == failure) outcome_.module_failures.push_back(message);
     }
   }
-  if (progress_ && LogGoesToStderr()) progress_->Erase();
+  const bool under_progress = progress_ && LogGoesToStderr();
+  if (under_progress) progress_->Erase();
   if (previous_sink_ != nullptr) {
     previous_sink_->Write(message, level);
   } else {
     nomzub::WriteToConfiguredLog(message, level);
   }
+  // On the terminal the record must be out before the progress line is drawn again.
+  if (under_progress) nomzub::FlushLog();
 }
 
 }  // namespace nomsoi

@@ -7,6 +7,10 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
 
 #include "outcome.h"
 #include "packngo/Preflight.h"
@@ -21,15 +25,20 @@ namespace nomsoi {
 // keeps the progress line on a terminal. Uninstalls itself when destroyed.
 class RunMonitor : public nomplat::EnvWrapper, public nomzub::LogSink {
  public:
-  // plan: the preflight's items, to name each file's kind and referrer (may be null).
-  // redirects: module path written by the module -> module path to write instead.
-  RunMonitor(const PreflightResult* plan, std::map<std::string, std::string> redirects);
+  // plan: the preflight's items, to name each file's kind and referrer (may be null; when not,
+  // it must outlive the monitor). redirects: module path written by the module -> module path
+  // to write instead. keep_copied: list every file copied in the outcome (for a report);
+  // otherwise copies are only counted, so that a large package costs no memory per file.
+  RunMonitor(const PreflightResult* plan, std::map<std::string, std::string> redirects,
+             bool keep_copied);
   ~RunMonitor() override;
   RunMonitor(const RunMonitor&) = delete;
   RunMonitor& operator=(const RunMonitor&) = delete;
 
   // The outcome so far.
   const Outcome& outcome() const { return outcome_; }
+  // Hands the outcome over; the monitor's is empty after.
+  Outcome TakeOutcome() { return std::move(outcome_); }
 
   bool CanOpenForReading(const std::string& path) override;
   DWORD CopyFile(const std::string& src, const std::string& dst, bool failIfExists) override;
@@ -49,10 +58,11 @@ class RunMonitor : public nomplat::EnvWrapper, public nomzub::LogSink {
   std::string ReferrerOf(const std::string& source) const;
 
   const PreflightResult* plan_;
-  std::map<std::string, const PlannedItem*> by_source_;
+  std::unordered_map<std::string_view, const PlannedItem*> by_source_;  // into plan_'s items
   std::map<std::string, std::string> redirects_;  // native path -> module path
   Outcome outcome_;
-  std::set<std::string> copied_targets_;
+  const bool keep_copied_;
+  std::unordered_set<std::string> copied_targets_;
   std::set<std::string> missing_sources_;
   std::set<std::string> failures_;  // kind, source and target of each failure reported
   nomplat::Env* previous_env_;

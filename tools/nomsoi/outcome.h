@@ -23,7 +23,7 @@ struct OutcomeItem {
 };
 
 struct Outcome {
-  std::vector<OutcomeItem> copied;   // each target once, in the order first written
+  std::vector<OutcomeItem> copied;   // each target once, in the order first written (when kept)
   std::vector<OutcomeItem> missing;  // each source once
   std::vector<OutcomeItem> failed;   // each kind, source and target once
   uint64_t documents = 0;            // distinct targets copied, by kind

@@ -154,7 +154,7 @@ int RunModuleSafely(const ModuleRun& run, const SafetyOptions& safety) {
   int early = 0;
   Outcome outcome;
   {
-    RunMonitor monitor(run.preflight ? &plan : nullptr, redirects);
+    RunMonitor monitor(run.preflight ? &plan : nullptr, redirects, !safety.report.empty());
     const int status = RunOnModuleThread(
         StackForDepth(depth), [&] { return run.call(&result, &has_result); },
         [&](int) {
@@ -164,7 +164,7 @@ int RunModuleSafely(const ModuleRun& run, const SafetyOptions& safety) {
                        "were before the run\n",
                        run.command.c_str());
         });
-    outcome = monitor.outcome();
+    outcome = monitor.TakeOutcome();
     early = status < 0 ? kExitFailed : status;
   }
   if (early != 0) {

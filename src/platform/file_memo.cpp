@@ -1,0 +1,149 @@
+// What the default Env remembers of files, tied to their identities.
+#include "platform/file_memo.h"
+
+#include <deque>
+#include <mutex>
+#include <unordered_map>
+#include <utility>
+
+namespace nomplat {
+
+FileIdentity FileIdentity::Of(const struct stat& st) {
+  FileIdentity id;
+  id.device = st.st_dev;
+  id.inode = st.st_ino;
+  id.size = st.st_size;
+  id.modified = st.st_mtim;
+  id.changed = st.st_ctim;
+  return id;
+}
+
+bool FileIdentity::operator==(const FileIdentity& other) const {
+  return device == other.device && inode == other.inode && size == other.size &&
+         modified.tv_sec == other.modified.tv_sec && modified.tv_nsec == other.modified.tv_nsec &&
+         changed.tv_sec == other.changed.tv_sec && changed.tv_nsec == other.changed.tv_nsec;
+}
+
+namespace {
+
+// Total bytes of contents kept; beyond it the oldest are forgotten. Enough for the documents of
+// a shared sub-assembly, which are read again and again; a package of thousands of distinct
+// documents gains little from keeping them and would only grow the process.
+constexpr size_t kContentsBudget = 4u << 20;
+// Entries of each other kind kept; beyond it that kind is forgotten all at once. The facts that
+// pay are about files visited again soon, or again and again, and about the files a run wrote
+// before it copies them.
+constexpr size_t kMaxEntries = 1 << 16;
+// What keeping contents costs beyond their bytes, so that empty files count too.
+constexpr size_t kEntryCost = 64;
+
+struct Copy {
+  std::string from;
+  FileIdentity source;
+  FileIdentity target;
+};
+
+struct Kept {
+  FileIdentity id;
+  FileBytes bytes;
+};
+
+template <typename Map>
+void MakeRoom(Map* map) {
+  if (map->size() >= kMaxEntries) map->clear();
+}
+
+}  // namespace
+
+struct FileMemo::State {
+  std::mutex mu;
+  std::unordered_map<std::string, FileIdentity> readable;
+  std::unordered_map<std::string, Copy> copies;  // by target
+  std::unordered_map<std::string, Kept> contents;
+  std::deque<std::pair<std::string, FileBytes>> order;  // contents in the order they were kept
+  size_t bytes = 0;
+
+  // Contents of native as id, without following copies.
+  FileBytes Find(const std::string& native, const FileIdentity& id) {
+    const auto it = contents.find(native);
+    return it != contents.end() && it->second.id == id ? it->second.bytes : nullptr;
+  }
+
+  // Forgets the oldest contents until the budget holds. An entry of the order whose file has
+  // been given other contents since is skipped: those are in the order again.
+  void Trim() {
+    while (bytes > kContentsBudget && !order.empty()) {
+      auto& [native, kept] = order.front();
+      bytes -= kept->size() + kEntryCost;
+      const auto it = contents.find(native);
+      if (it != contents.end() && it->second.bytes == kept) contents.erase(it);
+      order.pop_front();
+    }
+  }
+};
+
+FileMemo& FileMemo::Instance() {
+  static FileMemo* const memo = new FileMemo;  // never destroyed, as the Env that uses it
+  return *memo;
+}
+
+FileMemo::FileMemo() : state_(new State) {}
+
+FileMemo::~FileMemo() = default;
+
+bool FileMemo::KnownReadable(const std::string& native, const FileIdentity& id) {
+  std::lock_guard<std::mutex> lock(state_->mu);
+  const auto it = state_->readable.find(native);
+  return it != state_->readable.end() && it->second == id;
+}
+
+void FileMemo::NoteReadable(const std::string& native, const FileIdentity& id) {
+  std::lock_guard<std::mutex> lock(state_->mu);
+  MakeRoom(&state_->readable);
+  state_->readable[native] = id;
+}
+
+bool FileMemo::CopyIsCurrent(const std::string& from, const std::string& to,
+                             const FileIdentity& src, const FileIdentity& dst) {
+  std::lock_guard<std::mutex> lock(state_->mu);
+  const auto it = state_->copies.find(to);
+  return it != state_->copies.end() && it->second.from == from && it->second.source == src &&
+         it->second.target == dst;
+}
+
+void FileMemo::NoteCopy(const std::string& from, const std::string& to, const FileIdentity& src,
+                        const FileIdentity& dst) {
+  std::lock_guard<std::mutex> lock(state_->mu);
+  MakeRoom(&state_->copies);
+  state_->copies[to] = Copy{from, src, dst};
+}
+
+FileBytes FileMemo::Contents(const std::string& native, const FileIdentity& id) {
+  std::lock_guard<std::mutex> lock(state_->mu);
+  if (FileBytes kept = state_->Find(native, id)) return kept;
+  const auto copy = state_->copies.find(native);
+  if (copy == state_->copies.end() || !(copy->second.target == id)) return nullptr;
+  return state_->Find(copy->second.from, copy->second.source);
+}
+
+void FileMemo::NoteContents(const std::string& native, const FileIdentity& id, FileBytes bytes) {
+  if (bytes == nullptr || bytes->size() > kMemoFileLimit) return;
+  std::lock_guard<std::mutex> lock(state_->mu);
+  state_->contents[native] = {id, bytes};
+  state_->bytes += bytes->size() + kEntryCost;
+  state_->order.emplace_back(native, std::move(bytes));
+  state_->Trim();
+}
+
+void FileMemo::Clear() {
+  std::lock_guard<std::mutex> lock(state_->mu);
+  state_->readable.clear();
+  state_->copies.clear();
+  state_->contents.clear();
+  state_->order.clear();
+  state_->bytes = 0;
+}
+
+void ForgetRememberedFiles() { FileMemo::Instance().Clear(); }
+
+}  // namespace nomplat
