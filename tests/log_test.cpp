@@ -1,9 +1,15 @@
 // The product log: record formats, sinks, file targets and concurrent writers.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <ctime>
+#include <fstream>
 #include <regex>
 #include <sstream>
 #include <stdexcept>
@@ -416,6 +422,7 @@ TEST_F(LogFileTest, ConfigureLog_FileReceivesRawRecordsExactly) {
   ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
   NOMZUBLog::WriteMsg("Info:\t x  ", 0);
   NOMZUBLog::WriteMsg("Info:\t Handle Product Child Nodes ... Done!", 1);
+  ASSERT_TRUE(nomzub::FlushLog());
   EXPECT_EQ(ReadFile(file), "0\tInfo:\t x  \n1\tInfo:\t Handle Product Child Nodes ... Done!\n");
 }
 
@@ -424,6 +431,7 @@ TEST_F(LogFileTest, ConfigureLog_AppendsToExistingFile) {
   nomtest::WriteFile(file, "earlier\n");
   ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
   NOMZUBLog::WriteMsg("later", 0);
+  nomzub::FlushLog();
   EXPECT_EQ(ReadFile(file), "earlier\n0\tlater\n");
 }
 
@@ -431,6 +439,7 @@ TEST_F(LogFileTest, ConfigureLog_TextFormatInFile) {
   const std::string file = dir_.Sub("run.log");
   ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kText));
   NOMZUBLog::WriteMsg("Info:\t Nb Child Nodes: 3", 0);
+  nomzub::FlushLog();
   EXPECT_THAT(ReadFile(file),
               MatchesRegex(std::string(kTimestamp) + " L0 Info:\t Nb Child Nodes: 3\n"));
 }
@@ -440,6 +449,7 @@ TEST_F(LogFileTest, ConfigureLog_JsonlFormatInFile) {
   ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kJsonl));
   NOMZUBLog::WriteMsg("a", 0);
   NOMZUBLog::WriteMsg("b\"", 1);
+  ASSERT_TRUE(nomzub::FlushLog());
   const std::vector<std::string> lines = Lines(ReadFile(file));
   ASSERT_EQ(lines.size(), 2u);
   EXPECT_THAT(lines[0], ::testing::EndsWith(",\"level\":0,\"message\":\"a\"}"));
@@ -456,6 +466,7 @@ TEST_F(LogFileTest, ConfigureLog_TextFileConverts932ToUtf8) {
     NOMZUBLog::WriteMsg(
         "Info:\t Unable to open Document - C:\\\x83\x65\x83\x58\x83\x67\\\x95\\.vgxXml", 2);
   }
+  ASSERT_TRUE(nomzub::FlushLog());
   EXPECT_THAT(
       ReadFile(file),
       MatchesRegex(std::string(kTimestamp) +
@@ -468,6 +479,7 @@ TEST_F(LogFileTest, ConfigureLog_TextFileRecordWithNewlineStaysOneLine) {
   ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kText));
   NOMZUBLog::WriteMsg("Info:\t Unable to open Document - a\n2026-01-01T00:00:00.000Z L0 forged", 2);
   NOMZUBLog::WriteMsg("next", 0);
+  nomzub::FlushLog();
   const std::vector<std::string> lines = Lines(ReadFile(file));
   ASSERT_EQ(lines.size(), 2u);
   EXPECT_THAT(lines[0], ::testing::EndsWith(
@@ -481,6 +493,7 @@ TEST_F(LogFileTest, ConfigureLog_RawFileRecordWithNewlineStaysOneLine) {
   ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
   NOMZUBLog::WriteMsg("Info:\t Unable to open Document - a\r\n0\tInfo:\t forged", 2);
   NOMZUBLog::WriteMsg("next", 0);
+  nomzub::FlushLog();
   EXPECT_EQ(ReadFile(file),
             "2\tInfo:\t Unable to open Document - a\\r\\n0\tInfo:\t forged\n0\tnext\n");
 }
@@ -490,6 +503,7 @@ TEST_F(LogFileTest, ConfigureLog_UnopenableFileFailsAndKeepsPreviousTarget) {
   ASSERT_TRUE(nomzub::ConfigureLog(first, LogFormat::kRaw));
   EXPECT_FALSE(nomzub::ConfigureLog(dir_.Sub("missing/dir/x.log"), LogFormat::kText));
   NOMZUBLog::WriteMsg("still here", 0);
+  nomzub::FlushLog();
   EXPECT_EQ(ReadFile(first), "0\tstill here\n");
 }
 
@@ -497,6 +511,7 @@ TEST_F(LogFileTest, ConfigureLog_DashMeansStandardError) {
   ASSERT_TRUE(nomzub::ConfigureLog("-", LogFormat::kRaw));
   ::testing::internal::CaptureStderr();
   NOMZUBLog::WriteMsg("to stderr", 2);
+  nomzub::FlushLog();
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "2\tto stderr\n");
 }
 
@@ -505,6 +520,7 @@ TEST_F(LogFileTest, Environment_NamesFileAndFormat) {
   TableEnv env({{"NOMZUB_LOG", file}, {"NOMZUB_LOG_FORMAT", "raw"}});
   nomzub::ResetLogConfiguration();
   NOMZUBLog::WriteMsg("from env", 0);
+  nomzub::FlushLog();
   EXPECT_EQ(ReadFile(file), "0\tfrom env\n");
 }
 
@@ -515,6 +531,7 @@ TEST_F(LogFileTest, Environment_ConfigureLogOverridesIt) {
   nomzub::ResetLogConfiguration();
   ASSERT_TRUE(nomzub::ConfigureLog(option_file, LogFormat::kRaw));
   NOMZUBLog::WriteMsg("from option", 0);
+  nomzub::FlushLog();
   EXPECT_EQ(ReadFile(option_file), "0\tfrom option\n");
   EXPECT_FALSE(nomtest::FileExists(env_file));
 }
@@ -524,6 +541,7 @@ TEST_F(LogFileTest, Environment_UnsetMeansTextOnStandardError) {
   nomzub::ResetLogConfiguration();
   ::testing::internal::CaptureStderr();
   NOMZUBLog::WriteMsg("Info:\t x", 0);
+  nomzub::FlushLog();
   EXPECT_THAT(::testing::internal::GetCapturedStderr(),
               MatchesRegex(std::string(kTimestamp) + " L0 Info:\t x\n"));
 }
@@ -533,6 +551,7 @@ TEST_F(LogFileTest, Environment_UnknownFormatIsReportedAndTextUsed) {
   TableEnv env({{"NOMZUB_LOG", file}, {"NOMZUB_LOG_FORMAT", "xml"}});
   nomzub::ResetLogConfiguration();
   NOMZUBLog::WriteMsg("Info:\t x", 0);
+  nomzub::FlushLog();
   EXPECT_THAT(ReadFile(file),
               MatchesRegex(std::string(kTimestamp) +
                            " L2 \\*\\*\\*\\*\\*\\* ERROR:\t Unknown log format \"xml\" in "
@@ -546,6 +565,7 @@ TEST_F(LogFileTest, Environment_UnopenableFileIsReportedOnStandardError) {
   nomzub::ResetLogConfiguration();
   ::testing::internal::CaptureStderr();
   NOMZUBLog::WriteMsg("Info:\t x", 0);
+  nomzub::FlushLog();
   EXPECT_EQ(::testing::internal::GetCapturedStderr(),
             "2\t****** ERROR:\t Cannot open log file " + file +
                 " named by NOMZUB_LOG: No such file or directory; logging to standard error\n"
@@ -567,6 +587,7 @@ TEST_F(LogFileTest, WriteMsg_TwoThreadsNeverInterleaveWithinALine) {
   a.join();
   b.join();
 
+  nomzub::FlushLog();
   const std::vector<std::string> lines = Lines(ReadFile(file));
   ASSERT_EQ(lines.size(), 2u * kLines);
   int next[2] = {0, 0};
@@ -580,6 +601,281 @@ TEST_F(LogFileTest, WriteMsg_TwoThreadsNeverInterleaveWithinALine) {
   }
   EXPECT_EQ(next[0], kLines);
   EXPECT_EQ(next[1], kLines);
+}
+
+// --- Buffered records -----------------------------------------------------------------------
+
+// The write() calls the whole process has made so far, as the kernel counts them; -1 when it
+// does not.
+long long WriteCallsSoFar() {
+  std::ifstream io("/proc/self/io");
+  std::string key;
+  long long value = 0;
+  while (io >> key >> value) {
+    if (key == "syscw:") return value;
+  }
+  return -1;
+}
+
+TEST_F(LogFileTest, FlushLog_WritesBufferedRecordsInOrderExactlyAsFormatted) {
+  const std::string file = dir_.Sub("run.log");
+  ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
+  const std::vector<std::pair<std::string, int32_t>> records = {
+      {"Info:\t Handle Product Child Nodes ... ", 1},
+      {"****** ERROR:\t no such table: accounts", 2},
+      {"Info:\t a\n0\tforged\x1B", 1},
+      {"", 2},
+      {"Info:\t Handle Product Child Nodes ... Done!", 1}};
+  std::string expected;
+  for (const auto& record : records) {
+    NOMZUBLog::WriteMsg(record.first, record.second);
+    expected += FormatLogRecord(LogFormat::kRaw, record.first, record.second);
+  }
+  EXPECT_TRUE(nomzub::FlushLog());
+  EXPECT_EQ(ReadFile(file), expected);
+}
+
+TEST_F(LogFileTest, FlushLog_NothingBufferedReturnsTrueAndWritesNothing) {
+  const std::string file = dir_.Sub("run.log");
+  ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
+  EXPECT_TRUE(nomzub::FlushLog());
+  EXPECT_EQ(ReadFile(file), "");
+}
+
+TEST_F(LogFileTest, WriteMsg_LevelZeroInfoWaitsForTheBlock) {
+  const std::string file = dir_.Sub("run.log");
+  ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
+  NOMZUBLog::WriteMsg("Info:\t Nb Child Nodes: 3", 0);
+  EXPECT_EQ(ReadFile(file), "");
+  ASSERT_TRUE(nomzub::FlushLog());
+  EXPECT_EQ(ReadFile(file), "0\tInfo:\t Nb Child Nodes: 3\n");
+}
+
+TEST_F(LogFileTest, WriteMsg_LevelTwoErrorWaitsForTheBlock) {
+  const std::string file = dir_.Sub("run.log");
+  ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
+  NOMZUBLog::WriteMsg("****** ERROR:\t login refused", 2);
+  EXPECT_EQ(ReadFile(file), "");
+}
+
+TEST_F(LogFileTest, WriteMsg_LevelZeroErrorIsWrittenAtOnceWithTheRecordsBeforeIt) {
+  const std::string file = dir_.Sub("run.log");
+  ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
+  NOMZUBLog::WriteMsg("Info:\t Handle MP Child Nodes ... ", 1);
+  NOMZUBLog::WriteMsg("****** ERROR:\t login refused", 2);
+  NOMZUBLog::WriteMsg("****** ERROR:\t FAILED to Connect", 0);
+  EXPECT_EQ(ReadFile(file),
+            "1\tInfo:\t Handle MP Child Nodes ... \n2\t****** ERROR:\t login refused\n"
+            "0\t****** ERROR:\t FAILED to Connect\n");
+}
+
+TEST_F(LogFileTest, WriteMsg_LevelOneAndTwoRecordsShareWriteCalls) {
+  const long long before = WriteCallsSoFar();
+  if (before < 0) GTEST_SKIP() << "the kernel does not count write() calls (/proc/self/io)";
+  const std::string file = dir_.Sub("run.log");
+  ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
+  constexpr int kRecords = 1000;
+  for (int i = 0; i < kRecords; ++i) {
+    NOMZUBLog::WriteMsg("Info:\t record " + std::to_string(i), 1 + i % 2);
+  }
+  ASSERT_TRUE(nomzub::FlushLog());
+  const long long calls = WriteCallsSoFar() - before;
+  EXPECT_LT(calls, kRecords / 10);
+  const std::vector<std::string> lines = Lines(ReadFile(file));
+  ASSERT_EQ(lines.size(), static_cast<size_t>(kRecords));
+  EXPECT_EQ(lines.back(), "2\tInfo:\t record 999");
+}
+
+TEST_F(LogFileTest, WriteMsg_BufferedRecordsArriveWithoutAnotherCall) {
+  const std::string file = dir_.Sub("run.log");
+  ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
+  NOMZUBLog::WriteMsg("Info:\t Handle Resource Child Nodes ... ", 1);
+  NOMZUBLog::WriteMsg("Info:\t connected to sqlite:x.db", 2);
+  const std::string expected =
+      "1\tInfo:\t Handle Resource Child Nodes ... \n2\tInfo:\t connected to sqlite:x.db\n";
+  // The flusher writes them within about a second; five leave room for a loaded machine.
+  std::string contents;
+  for (int i = 0; i < 100 && contents != expected; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    contents = ReadFile(file);
+  }
+  EXPECT_EQ(contents, expected);
+}
+
+TEST_F(LogFileTest, ConfigureLog_WritesBufferedRecordsToThePreviousTarget) {
+  const std::string first = dir_.Sub("first.log");
+  const std::string second = dir_.Sub("second.log");
+  ASSERT_TRUE(nomzub::ConfigureLog(first, LogFormat::kRaw));
+  NOMZUBLog::WriteMsg("for the first", 1);
+  ASSERT_TRUE(nomzub::ConfigureLog(second, LogFormat::kRaw));
+  NOMZUBLog::WriteMsg("for the second", 0);
+  nomzub::FlushLog();
+  EXPECT_EQ(ReadFile(first), "1\tfor the first\n");
+  EXPECT_EQ(ReadFile(second), "0\tfor the second\n");
+}
+
+TEST_F(LogFileTest, ResetLogConfiguration_WritesBufferedRecordsToThePreviousTarget) {
+  const std::string option_file = dir_.Sub("option.log");
+  const std::string env_file = dir_.Sub("env.log");
+  TableEnv env({{"NOMZUB_LOG", env_file}, {"NOMZUB_LOG_FORMAT", "raw"}});
+  ASSERT_TRUE(nomzub::ConfigureLog(option_file, LogFormat::kRaw));
+  NOMZUBLog::WriteMsg("for the option", 2);
+  nomzub::ResetLogConfiguration();
+  NOMZUBLog::WriteMsg("for the environment", 0);
+  nomzub::FlushLog();
+  EXPECT_EQ(ReadFile(option_file), "2\tfor the option\n");
+  EXPECT_EQ(ReadFile(env_file), "0\tfor the environment\n");
+}
+
+TEST_F(LogFileTest, SetLogSink_WritesBufferedRecordsBeforeTheSinkTakesOver) {
+  const std::string file = dir_.Sub("run.log");
+  ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
+  NOMZUBLog::WriteMsg("before the sink", 1);
+  LogCapture capture;
+  EXPECT_EQ(ReadFile(file), "1\tbefore the sink\n");
+  NOMZUBLog::WriteMsg("to the sink", 1);
+  EXPECT_THAT(capture.lines(), ElementsAre(LogLine{1, "to the sink"}));
+}
+
+TEST_F(LogFileTest, ConfigureLog_StandardErrorGetsBufferedRecordsAtLevelZero) {
+  ASSERT_TRUE(nomzub::ConfigureLog("-", LogFormat::kRaw));
+  ::testing::internal::CaptureStderr();
+  NOMZUBLog::WriteMsg("Info:\t connected", 2);
+  NOMZUBLog::WriteMsg("****** ERROR:\t Error in VGX PackNGo.", 0);
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+            "2\tInfo:\t connected\n0\t****** ERROR:\t Error in VGX PackNGo.\n");
+}
+
+TEST_F(LogFileTest, WriteMsg_FourThreadsKeepRecordsWholeAndInTheirOrder) {
+  const std::string file = dir_.Sub("threads.log");
+  ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
+  constexpr int kThreads = 4;
+  constexpr int kRecords = 1000;
+  // Lengths from 1 to 400 bytes of padding, so that records straddle every block boundary.
+  auto padding = [](int i) { return std::string(1 + (i * 37) % 400, '.'); };
+  auto writer = [&](char tag) {
+    for (int i = 0; i < kRecords; ++i) {
+      NOMZUBLog::WriteMsg(std::string(1, tag) + std::to_string(i) + padding(i) + tag, 1);
+    }
+  };
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) threads.emplace_back(writer, static_cast<char>('A' + t));
+  for (std::thread& thread : threads) thread.join();
+  ASSERT_TRUE(nomzub::FlushLog());
+
+  const std::vector<std::string> lines = Lines(ReadFile(file));
+  ASSERT_EQ(lines.size(), static_cast<size_t>(kThreads * kRecords));
+  int next[kThreads] = {};
+  for (const std::string& line : lines) {
+    ASSERT_GE(line.size(), 3u);
+    const char tag = line[2];
+    ASSERT_TRUE(tag >= 'A' && tag < 'A' + kThreads) << line;
+    int& expected = next[tag - 'A'];
+    ASSERT_EQ(line,
+              "1\t" + std::string(1, tag) + std::to_string(expected) + padding(expected) + tag);
+    ++expected;
+  }
+  for (int t = 0; t < kThreads; ++t) EXPECT_EQ(next[t], kRecords);
+}
+
+TEST_F(LogFileTest, FlushLog_TargetThatTakesNothingGivesUpAndKeepsTheRecords) {
+  const std::string fifo = dir_.Sub("fifo");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const int reader = open(fifo.c_str(), O_RDONLY | O_NONBLOCK);
+  ASSERT_GE(reader, 0);
+  ASSERT_TRUE(nomzub::ConfigureLog(fifo, LogFormat::kRaw));
+  NOMZUBLog::WriteMsg("Info:\t held", 1);  // buffered: the pipe is filled behind it
+  const int filler = open(fifo.c_str(), O_WRONLY | O_NONBLOCK);
+  ASSERT_GE(filler, 0);
+  const std::string block(4096, 'x');
+  size_t filled = 0;
+  for (ssize_t n; (n = write(filler, block.data(), block.size())) > 0;) filled += n;
+
+  EXPECT_FALSE(nomzub::FlushLog());  // nobody reads: it gives up rather than wait for ever
+
+  std::string received;
+  auto drain = [&] {
+    char buffer[65536];
+    for (ssize_t n; (n = read(reader, buffer, sizeof buffer)) > 0;) received.append(buffer, n);
+  };
+  bool flushed = false;
+  for (int i = 0; i < 100 && !flushed; ++i) {
+    drain();
+    flushed = nomzub::FlushLog();
+  }
+  drain();
+  EXPECT_TRUE(flushed);
+  EXPECT_EQ(received, std::string(filled, 'x') + "1\tInfo:\t held\n");
+
+  ASSERT_TRUE(nomzub::ConfigureLog(dir_.Sub("after.log"), LogFormat::kRaw));
+  close(filler);
+  close(reader);
+}
+
+TEST_F(LogFileTest, Fork_ChildDoesNotRepeatTheRecordsTheParentBuffered) {
+  const std::string file = dir_.Sub("fork.log");
+  ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
+  NOMZUBLog::WriteMsg("Info:\t buffered by the parent", 1);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    NOMZUBLog::WriteMsg("****** ERROR:\t from the child", 0);  // writes what the child buffered
+    _exit(0);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  ASSERT_TRUE(nomzub::FlushLog());
+  EXPECT_THAT(Lines(ReadFile(file)),
+              ::testing::UnorderedElementsAre("1\tInfo:\t buffered by the parent",
+                                              "0\t****** ERROR:\t from the child"));
+}
+
+// Logs a level-1 record when destroyed.
+struct LogsWhenDestroyed {
+  const char* text;
+  ~LogsWhenDestroyed() { NOMZUBLog::WriteMsg(text, 1); }
+};
+
+// Buffers records for standard error, some of them from static destructors, and exits.
+void LogAndExitDuringStaticDestruction() {
+  ASSERT_TRUE(nomzub::ConfigureLog("-", LogFormat::kRaw));
+  // Built before the log's exit handler is registered (with the first buffered record), so
+  // destroyed after it has run.
+  static LogsWhenDestroyed early{"Info:\t destroyed after the exit flush"};
+  NOMZUBLog::WriteMsg("Info:\t buffered", 1);
+  static LogsWhenDestroyed late{"Info:\t destroyed before the exit flush"};
+  std::exit(0);
+}
+
+TEST_F(LogFileTest, Exit_WritesBufferedRecords) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";  // a new process: nothing buffered yet
+  EXPECT_EXIT(
+      {
+        ASSERT_TRUE(nomzub::ConfigureLog("-", LogFormat::kRaw));
+        NOMZUBLog::WriteMsg("Info:\t first", 1);
+        NOMZUBLog::WriteMsg("Info:\t last", 2);
+        std::exit(0);
+      },
+      ::testing::ExitedWithCode(0), "1\tInfo:\t first\n2\tInfo:\t last\n");
+}
+
+TEST_F(LogFileTest, Exit_KeepsRecordsLoggedDuringStaticDestruction) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(LogAndExitDuringStaticDestruction(), ::testing::ExitedWithCode(0),
+              "1\tInfo:\t buffered\n1\tInfo:\t destroyed before the exit flush\n"
+              "1\tInfo:\t destroyed after the exit flush\n");
+}
+
+TEST_F(LogFileTest, QuickExit_WritesBufferedRecords) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(
+      {
+        ASSERT_TRUE(nomzub::ConfigureLog("-", LogFormat::kRaw));
+        NOMZUBLog::WriteMsg("Info:\t before quick_exit", 2);
+        std::quick_exit(3);
+      },
+      ::testing::ExitedWithCode(3), "2\tInfo:\t before quick_exit\n");
 }
 
 }  // namespace

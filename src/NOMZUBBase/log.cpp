@@ -1,16 +1,32 @@
-// The product log: records go to an installed sink or to the default file sink, one write() per
-// record on a descriptor opened with O_APPEND, so that records of concurrent writers never
-// interleave and a crash loses no record that WriteMsg returned from.
+// The product log: records go to an installed sink or to the default file sink. The default sink
+// formats each record at once and keeps it in a buffer of whole records, written in blocks on a
+// descriptor opened with O_APPEND (standard error or a file): right after a level-0 error record,
+// when the buffer reaches a block, at the latest about a second after a record was buffered (a
+// background flusher), when the target changes or a sink is installed, on FlushLog and when the
+// process exits. Writes happen under the sink's mutex and blocks hold whole records, so records
+// of concurrent writers never interleave and stay in the order they were logged. A crash (or
+// SIGKILL, or _exit without FlushLog) loses the records of the last second at most, none that a
+// level-0 error record or FlushLog came after.
 #include <fcntl.h>
+#include <limits.h>
+#include <poll.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <mutex>
+#include <new>
+#include <thread>
 
 #include "platform/codepage.h"
 #include "platform/env.h"
@@ -24,6 +40,24 @@ namespace {
 constexpr char kLogVariable[] = "NOMZUB_LOG";
 constexpr char kFormatVariable[] = "NOMZUB_LOG_FORMAT";
 constexpr int32_t kServiceLevel = 2;
+// A record of this level that reports an error (the module's error prefix) is written at once,
+// with every record buffered before it: whoever watches the log sees a failure when it happens.
+// The module logs its progress at the same level, so the level alone would write every line.
+constexpr int32_t kImmediateLevel = 0;
+constexpr char kErrorPrefix[] = "****** ERROR";
+
+bool WrittenAtOnce(const std::string& message, int32_t level) {
+  return level == kImmediateLevel && message.compare(0, sizeof kErrorPrefix - 1, kErrorPrefix) == 0;
+}
+// Buffered records are written when they reach this many bytes...
+constexpr size_t kBlockBytes = 64 * 1024;
+// ...or when the oldest of them has waited this long.
+constexpr std::chrono::seconds kFlushInterval(1);
+// How long FlushLog waits for a write in progress on another thread, and for a pipe or terminal
+// to accept more, before it gives up.
+constexpr std::chrono::seconds kFlushLogPatience(1);
+
+using Clock = std::chrono::steady_clock;
 
 std::atomic<LogSink*> g_sink{nullptr};
 
@@ -121,10 +155,30 @@ std::string TextMessage(const std::string& message) {
   return out;
 }
 
-// Writes all of record with as few write() calls as the kernel allows (one for a regular file
-// or a terminal). A record the descriptor refuses is dropped.
-void WriteRecord(int fd, const std::string& record) {
-  nomplat::WriteAll(fd, record.data(), record.size());
+// The end of the next write of a block to a target that is not a regular file: the whole
+// records from start that fit in PIPE_BUF bytes (a write a pipe never splits between writers),
+// or the one record at start when it is longer. Every record ends with its only newline.
+size_t ChunkEnd(const std::string& block, size_t start) {
+  const size_t limit = start + PIPE_BUF;
+  if (limit >= block.size()) return block.size();
+  const size_t last = block.rfind('\n', limit - 1);
+  if (last != std::string::npos && last >= start) return last + 1;
+  const size_t next = block.find('\n', limit);
+  return next == std::string::npos ? block.size() : next + 1;
+}
+
+// Waits until fd can take a write of PIPE_BUF bytes without blocking, or until deadline. True
+// when it can (or when the write would fail at once: a closed reader, a bad descriptor).
+bool WaitWritable(int fd, Clock::time_point deadline) {
+  for (;;) {
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+    pollfd entry{fd, POLLOUT, 0};
+    const int ready = ::poll(&entry, 1, static_cast<int>(std::max<long long>(0, left.count())));
+    if (ready > 0) return true;
+    if (ready < 0 && errno != EINTR) return true;  // let write() report it
+    if (ready == 0) return false;
+  }
 }
 
 // Appends ASCII character c as the inside of a JSON string holds it: quotes, backslashes and
@@ -165,7 +219,18 @@ void AppendJsonAscii(unsigned char c, std::string* out) {
 }
 
 // The default sink: standard error or a file opened for appending, in one of the formats.
-// Configured by ConfigureLog or, on first use, from the environment.
+// Configured by ConfigureLog or, on first use, from the environment. Records are buffered whole
+// and written in blocks (see the top of this file).
+//
+// The flusher is a detached thread started with the first buffered record, with every signal
+// blocked (a host that waits for its signals with sigwait keeps receiving them). It only waits on
+// the condition variable and writes; it never keeps the process alive, since exit() ends every
+// thread. At exit, a handler (atexit and at_quick_exit) writes what is buffered and from then on
+// every record is written at once, so records logged by later exit handlers and static
+// destructors are kept too. The sink itself is never destroyed, so the flusher and those late
+// records never meet a destroyed mutex. A fork waits for a write in progress (pthread_atfork
+// takes the mutex); the child drops the records buffered by the parent, which writes them
+// itself, and starts a flusher of its own when it buffers a record.
 class FileSink {
  public:
   static FileSink& Instance() {
@@ -176,7 +241,7 @@ class FileSink {
   void Write(const std::string& message, int32_t level) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (!configured_) ConfigureFromEnvironmentLocked();
-    WriteRecord(fd_, FormatLogRecord(format_, message, level));
+    AppendLocked(FormatLogRecord(format_, message, level), WrittenAtOnce(message, level));
   }
 
   bool Configure(const std::string& target, LogFormat format) {
@@ -189,7 +254,26 @@ class FileSink {
 
   void Reset() {
     std::lock_guard<std::mutex> lock(mutex_);
+    WriteBufferLocked(nullptr);
     configured_ = false;
+  }
+
+  // Writes the buffer, waiting as long as that takes.
+  void Flush() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    WriteBufferLocked(nullptr);
+  }
+
+  // Writes the buffer, waiting no more than kFlushLogPatience for the mutex and for a target
+  // that is not a regular file to accept each write. False when records are left buffered.
+  bool FlushWithPatience() {
+    const Clock::time_point deadline = Clock::now() + kFlushLogPatience;
+    std::unique_lock<std::mutex> lock(mutex_, std::defer_lock);
+    while (!lock.try_lock()) {
+      if (Clock::now() >= deadline) return false;
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return WriteBufferLocked(&deadline);
   }
 
  private:
@@ -206,11 +290,116 @@ class FileSink {
     return *fd >= 0;
   }
 
+  // Writes what the old target has buffered, then switches to fd.
   void ReplaceTargetLocked(int fd, LogFormat format) {
+    WriteBufferLocked(nullptr);
     if (fd_ != STDERR_FILENO) ::close(fd_);
     fd_ = fd;
+    struct stat facts;
+    regular_file_ = ::fstat(fd, &facts) == 0 && S_ISREG(facts.st_mode);
     format_ = format;
     configured_ = true;
+  }
+
+  // Buffers record and writes the buffer when it must go now: immediate, a full block, after
+  // exit began, or with no flusher to write it later.
+  void AppendLocked(const std::string& record, bool immediate) {
+    const bool was_empty = buffer_.empty();
+    buffer_ += record;
+    if (immediate || exiting_ || buffer_.size() >= kBlockBytes || !StartFlusherLocked()) {
+      WriteBufferLocked(nullptr);
+    } else if (was_empty) {
+      oldest_ = Clock::now();
+      wake_->notify_one();
+    }
+  }
+
+  // Writes the buffered records and empties the buffer. A regular file takes the buffer in one
+  // write; any other target in writes of whole records of at most PIPE_BUF bytes, each waited
+  // for until deadline when one is given: false, with the records not written kept, when the
+  // target does not accept them in time. Records the target refuses are dropped.
+  bool WriteBufferLocked(const Clock::time_point* deadline) {
+    if (buffer_.empty()) return true;
+    if (regular_file_) {
+      nomplat::WriteAll(fd_, buffer_.data(), buffer_.size());
+    } else {
+      for (size_t done = 0; done < buffer_.size();) {
+        if (deadline != nullptr && !WaitWritable(fd_, *deadline)) {
+          buffer_.erase(0, done);
+          return false;
+        }
+        const size_t end = ChunkEnd(buffer_, done);
+        if (nomplat::WriteAll(fd_, buffer_.data() + done, end - done) != 0) break;
+        done = end;
+      }
+    }
+    buffer_.clear();
+    if (buffer_.capacity() > 4 * kBlockBytes) std::string().swap(buffer_);  // after a huge record
+    return true;
+  }
+
+  // Starts the flusher unless it runs; false when no thread can be started (every record is
+  // then written at once).
+  bool StartFlusherLocked() {
+    if (flusher_running_) return true;
+    if (flusher_failed_) return false;
+    RegisterProcessHandlersLocked();
+    sigset_t all, previous;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &previous);  // the new thread inherits the mask
+    try {
+      std::thread([this] { RunFlusher(); }).detach();
+      flusher_running_ = true;
+    } catch (...) {
+      flusher_failed_ = true;
+    }
+    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    return flusher_running_;
+  }
+
+  // The flusher: sleeps while nothing is buffered, then writes the buffer once its oldest record
+  // has waited kFlushInterval, unless a writer (a level-0 record, a full block) did it first.
+  void RunFlusher() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    for (;;) {
+      std::condition_variable* wake = wake_;
+      wake->wait(lock, [this] { return !buffer_.empty(); });
+      while (!buffer_.empty()) {
+        const Clock::time_point due = oldest_ + kFlushInterval;
+        if (Clock::now() >= due) {
+          WriteBufferLocked(nullptr);
+        } else {
+          wake->wait_until(lock, due);
+        }
+      }
+    }
+  }
+
+  void RegisterProcessHandlersLocked() {
+    if (handlers_registered_) return;
+    handlers_registered_ = true;
+    std::atexit(FlushAtExit);
+    std::at_quick_exit(FlushAtExit);
+    pthread_atfork(BeforeFork, AfterForkInParent, AfterForkInChild);
+  }
+
+  static void FlushAtExit() {
+    FileSink& sink = Instance();
+    std::lock_guard<std::mutex> lock(sink.mutex_);
+    sink.WriteBufferLocked(nullptr);
+    sink.exiting_ = true;
+  }
+
+  static void BeforeFork() { Instance().mutex_.lock(); }
+  static void AfterForkInParent() { Instance().mutex_.unlock(); }
+  // The child has no flusher and a condition variable that may count the parent's flusher as a
+  // waiter: it gets a new one (the old one is left alone, never destroyed).
+  static void AfterForkInChild() {
+    FileSink& sink = Instance();
+    sink.buffer_.clear();
+    sink.flusher_running_ = false;
+    if (auto* fresh = new (std::nothrow) std::condition_variable) sink.wake_ = fresh;
+    sink.mutex_.unlock();
   }
 
   void ConfigureFromEnvironmentLocked() {
@@ -227,26 +416,36 @@ class FileSink {
     ReplaceTargetLocked(target_ok ? fd : STDERR_FILENO, format);
 
     if (!format_ok) {
-      WriteRecord(
-          fd_, FormatLogRecord(format_,
-                               "****** ERROR:\t Unknown log format \"" + format_name + "\" in " +
-                                   kFormatVariable + " (expected text, raw or jsonl); using text",
-                               kServiceLevel));
+      AppendLocked(
+          FormatLogRecord(format_,
+                          "****** ERROR:\t Unknown log format \"" + format_name + "\" in " +
+                              kFormatVariable + " (expected text, raw or jsonl); using text",
+                          kServiceLevel),
+          false);
     }
     if (!target_ok) {
-      WriteRecord(fd_,
-                  FormatLogRecord(format_,
-                                  "****** ERROR:\t Cannot open log file " + target + " named by " +
-                                      kLogVariable + ": " + std::strerror(open_error) +
-                                      "; logging to standard error",
-                                  kServiceLevel));
+      AppendLocked(FormatLogRecord(format_,
+                                   "****** ERROR:\t Cannot open log file " + target + " named by " +
+                                       kLogVariable + ": " + std::strerror(open_error) +
+                                       "; logging to standard error",
+                                   kServiceLevel),
+                   false);
     }
   }
 
   std::mutex mutex_;
+  // Wakes the flusher when the buffer stops being empty.
+  std::condition_variable* wake_ = new std::condition_variable;
   bool configured_ = false;
   int fd_ = STDERR_FILENO;
+  bool regular_file_ = false;  // the target is a regular file: blocks go in one write
   LogFormat format_ = LogFormat::kText;
+  std::string buffer_;        // whole records, not yet written
+  Clock::time_point oldest_;  // when the first record now in buffer_ was buffered
+  bool flusher_running_ = false;
+  bool flusher_failed_ = false;
+  bool handlers_registered_ = false;
+  bool exiting_ = false;  // the exit handler ran: every record is written at once
 };
 
 }  // namespace
@@ -257,7 +456,22 @@ void AppendJsonString(const std::string& text, std::string* out) {
 
 LogSink::~LogSink() = default;
 
-LogSink* SetLogSink(LogSink* sink) { return g_sink.exchange(sink); }
+LogSink* SetLogSink(LogSink* sink) {
+  try {
+    FileSink::Instance().Flush();
+  } catch (...) {
+    // The sink is installed whatever happened to the buffered records.
+  }
+  return g_sink.exchange(sink);
+}
+
+bool FlushLog() {
+  try {
+    return FileSink::Instance().FlushWithPatience();
+  } catch (...) {
+    return false;
+  }
+}
 
 bool ConfigureLog(const std::string& target, LogFormat format) {
   return FileSink::Instance().Configure(target, format);

@@ -10,7 +10,12 @@ class NOM_API NOMZUBLog {
  public:
   // Appends one record: the message exactly as given and its level. Goes to the installed sink
   // (nomzub::SetLogSink) or, by default, to NOMZUB_LOG (a file; "-" or unset: standard error) in
-  // the NOMZUB_LOG_FORMAT format (text, raw or jsonl; see FormatLogRecord), one write per record.
+  // the NOMZUB_LOG_FORMAT format (text, raw or jsonl; see FormatLogRecord). The default sink
+  // buffers records and writes them in blocks of whole records, in the order they were logged
+  // (records of concurrent callers never interleave): a level-0 error record (one that starts
+  // "****** ERROR") is written, with every record before it, before WriteMsg returns; others
+  // within about a second, when 64 KiB are waiting, at exit or on nomzub::FlushLog. Only a crash or an end without exit handlers (SIGKILL, _exit without
+  // FlushLog) loses records: those of the last second at most.
   // Never throws; a record that cannot be written is dropped.
   static void WriteMsg(std::string message, int32_t level);
 };
@@ -26,16 +31,25 @@ class NOM_API LogSink {
   virtual void Write(const std::string& message, int32_t level) = 0;
 };
 
-// Installs sink (null: the configured file) and returns the one it replaces.
+// Installs sink (null: the configured file) and returns the one it replaces. Records the default
+// sink holds are written to its target first.
 NOM_API LogSink* SetLogSink(LogSink* sink);
 
 // Chooses the default sink's target ("-" or empty: standard error) and format, overriding the
-// environment. Returns false, and keeps the previous target, when the file cannot be opened.
+// environment; records buffered until then go to the previous target. Returns false, and keeps
+// the previous target, when the file cannot be opened.
 NOM_API bool ConfigureLog(const std::string& target, LogFormat format);
-// Forgets ConfigureLog: the next record of the default sink reads NOMZUB_LOG and
-// NOMZUB_LOG_FORMAT again (through the current Env) and opens that target. Log targets are native
-// file paths, opened for appending and created when missing; a target or format named by the
-// environment that cannot be used is reported on standard error, which then receives the log.
+// Writes the records the default sink holds to its target now: for a host about to end the
+// process without exit handlers (_exit on a signal) or wanting its log complete on disk. Returns
+// true when nothing is left buffered (also when nothing was). Waits at most about a second for
+// another thread's write in progress and for a pipe or terminal to take more; false, the records
+// kept, when it gave up (a log nobody reads). Safe from any thread, not from a signal handler.
+NOM_API bool FlushLog();
+// Forgets ConfigureLog, after writing the buffered records to the old target: the next record
+// of the default sink reads NOMZUB_LOG and NOMZUB_LOG_FORMAT again (through the current Env) and
+// opens that target. Log targets are native file paths, opened for appending and created when
+// missing; a target or format named by the environment that cannot be used is reported on standard
+// error, which then receives the log.
 NOM_API void ResetLogConfiguration();
 // Parses "text", "raw" or "jsonl"; false for anything else.
 NOM_API bool ParseLogFormat(const std::string& name, LogFormat* format);

@@ -12,6 +12,8 @@
 #include <ctime>
 #include <exception>
 
+#include "services/NOMZUBLog.h"
+
 namespace nomsoi {
 namespace {
 
@@ -98,6 +100,7 @@ int RunOnModuleThread(size_t stack_bytes, const std::function<int()>& body,
     if (signal > 0) {
       WriteGate().lock();  // held until the process ends: the module writes nothing more
       on_interrupt(signal);
+      nomzub::FlushLog();  // _exit runs no exit handlers: the log's buffered records go now
       std::fflush(nullptr);
       _exit(128 + signal);
     }
