@@ -19,6 +19,13 @@ down). The reference forms are taken in turn from --forms:
   climb    "..\\..\\L2\\b003\\Child.vgxXml" child in the library's level folders
   absolute "Z:\\...\\Child.vgxXml"          Z: is the file system's root
 A shared reference is written as climb or plain, whichever its relative path needs.
+
+With --lattice the package is a shared lattice instead of a tree: --depth levels of --fan-out
+product documents each (library/L<k>/), where every document of level k references all --fan-out
+documents of level k+1 and the main document's ProductList references those of level 1. It holds
+fan_out * depth unique documents but fan_out + fan_out^2 + ... + fan_out^depth paths from the main
+document to a product (6 wide, 6 deep: 36 documents, 55,986 paths); --shared, --documents and
+--seed do not apply, the forms are used in turn as for a tree.
 """
 
 import argparse
@@ -46,6 +53,8 @@ def parse_args():
     parser.add_argument("--forms", default="plain,dot,slash,climb",
                         help="reference forms, used in turn (plain,dot,slash,case,climb,absolute)")
     parser.add_argument("--seed", type=int, default=1, help="random seed for sharing")
+    parser.add_argument("--lattice", action="store_true",
+                        help="every document of a level references every document of the next")
     args = parser.parse_args()
     args.forms = args.forms.split(",")
     unknown = set(args.forms) - {"plain", "dot", "slash", "case", "climb", "absolute"}
@@ -169,6 +178,21 @@ class Generator:
             self.write_product(path, level, grandchildren)
         return refs
 
+    def build_lattice(self, package):
+        """Writes the lattice's levels bottom up; returns the main document's reference list."""
+        def paths(level):
+            return [os.path.join(self.library, "L%d" % level, "P%d_%06d.vgxXml" % (level, i))
+                    for i in range(self.args.fan_out)]
+        below = []
+        for level in range(self.args.depth, 0, -1):
+            for path in paths(level):
+                parent_dir = os.path.dirname(path)
+                refs = [self.reference(self.next_form(), child, parent_dir) for child in below]
+                self.write_product(path, level, refs)
+                self.created += 1
+            below = paths(level)
+        return [self.reference(self.next_form(), child, package) for child in below]
+
     def run(self):
         if os.path.exists(self.root):
             sys.exit("make_package.py: %s exists; give a new directory" % self.root)
@@ -177,7 +201,10 @@ class Generator:
         os.makedirs(package)
         with open(os.path.join(self.library, "thumbs", "Line.png"), "wb") as f:
             f.write(png())
-        products = self.build(1, None, package)
+        if self.args.lattice:
+            products = self.build_lattice(package)
+        else:
+            products = self.build(1, None, package)
         lines = ['<?xml version="1.0" encoding="UTF-8"?>', '<VgxDocument Name="Synthetic">',
                  '  <CLitAssyGroup Ident="ProductList" Name="Products">']
         for i, ref in enumerate(products):

@@ -67,6 +67,7 @@ void BM_ToNativePath_DeepMissing(benchmark::State& state) {
 BENCHMARK(BM_ToNativePath_DeepMissing)
     ->Arg(1000)
     ->Arg(4000)
+    ->Arg(8000)
     ->Arg(16000)
     ->Unit(benchmark::kMillisecond);
 
@@ -79,6 +80,7 @@ void BM_ToNativePath_DeepCaseMismatch(benchmark::State& state) {
 BENCHMARK(BM_ToNativePath_DeepCaseMismatch)
     ->Arg(1000)
     ->Arg(4000)
+    ->Arg(8000)
     ->Arg(16000)
     ->Unit(benchmark::kMillisecond);
 
