@@ -631,6 +631,23 @@ TEST_F(PathsTest, ToNativePathFound_DirectoryWithTrailingSeparatorIsNeither) {
   EXPECT_FALSE(found.missing);
 }
 
+TEST_F(PathsTest, ToNativePathAsWritten_KeepsLetterCaseAsWritten) {
+  WriteFile(T("Part.vgxXml"), "a");
+  std::string native;
+  DWORD error = 0;
+  ASSERT_TRUE(ToNativePathAsWritten("C:\\sub\\..\\PART.VGXXML", &native, &error));
+  EXPECT_EQ(T("PART.VGXXML"), native);
+}
+
+TEST_F(PathsTest, ToNativePathAsWritten_RefusesWhatToNativePathRefuses) {
+  std::string native = "untouched";
+  DWORD error = 0;
+  EXPECT_FALSE(ToNativePathAsWritten("C:\\bad|name.vgxXml", &native, &error));
+  EXPECT_EQ(123u, error);
+  EXPECT_FALSE(ToNativePathAsWritten("Q:\\Part.vgxXml", &native, &error));
+  EXPECT_EQ(3u, error);
+}
+
 TEST_F(PathsTest, ToNativePath_AgainAfterRemapFollowsNewDrive) {
   TempDir other;
   WriteFile(T("Part.vgxXml"), "a");

@@ -258,11 +258,14 @@ class NOMSOIPreflight {
   }
 
   // Where a target lands, compared without letter case: its native path, so that two spellings
-  // of one place ("Z:\out\A", "/out/A", "out\.\A") are one key.
+  // of one place ("Z:\out\A", "/out/A", "out\.\A") are one key. The names are taken as
+  // written: the key folds letter case, so the disk's spelling would not change it.
   static std::u32string TargetKey(const std::string& target) {
     std::string native;
     DWORD error = 0;
-    if (!nomplat::ToNativePath(target, &native, &error)) return nomplat::CaseFoldKey(target);
+    if (!nomplat::ToNativePathAsWritten(target, &native, &error)) {
+      return nomplat::CaseFoldKey(target);
+    }
     return nomplat::CaseFoldKey(nomplat::Utf8ToAcp(native));
   }
 

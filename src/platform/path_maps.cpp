@@ -332,6 +332,27 @@ bool ToNativePath(const std::string& modulePath, std::string* nativePath, DWORD*
   return ToNativePathFound(modulePath, nativePath, error, nullptr);
 }
 
+bool ToNativePathAsWritten(const std::string& modulePath, std::string* nativePath, DWORD* error) {
+  const std::string path = AcpToUtf8(modulePath);
+  if (IsRefusedName(path)) {
+    *error = kErrorInvalidName;
+    return false;
+  }
+  std::string root;
+  size_t restAt = 0;
+  if (!SplitRoot(path, &root, &restAt, error)) return false;
+  const std::vector<std::string_view> names =
+      Components(std::string_view(path).substr(restAt), !root.empty());
+  *nativePath = root;
+  AppendNames(nativePath, names, 0);
+  if (nativePath->empty()) {
+    *nativePath = ".";
+  } else if (!names.empty() && IsSeparator(path.back())) {
+    *nativePath += '/';
+  }
+  return true;
+}
+
 bool ToNativePathFound(const std::string& modulePath, std::string* nativePath, DWORD* error,
                        FoundEntry* found) {
   FoundEntry ignored;

@@ -55,6 +55,10 @@ class ScopedPathMaps {
 // ending in "." or " " other than "." and "..") when the path cannot be mapped. Linear in the
 // path's length.
 NOM_API bool ToNativePath(const std::string& modulePath, std::string* nativePath, DWORD* error);
+// ToNativePath without looking at the disk: every name as written, as with the case-insensitive
+// look-up off. Enough where paths are compared without letter case anyway.
+NOM_API bool ToNativePathAsWritten(const std::string& modulePath, std::string* nativePath,
+                                   DWORD* error);
 
 // Turns an absolute native UTF-8 path into the module path that names it through the maps in
 // force, the inverse of ToNativePath: under a mapped drive's directory "X:\rest", under a mapped
