@@ -14,8 +14,9 @@ class NOM_API NOMZUBLog {
   // buffers records and writes them in blocks of whole records, in the order they were logged
   // (records of concurrent callers never interleave): a level-0 error record (one that starts
   // "****** ERROR") is written, with every record before it, before WriteMsg returns; others
-  // within about a second, when 64 KiB are waiting, at exit or on nomzub::FlushLog. Only a crash or an end without exit handlers (SIGKILL, _exit without
-  // FlushLog) loses records: those of the last second at most.
+  // within about a second, when 64 KiB are waiting, at exit or on nomzub::FlushLog. Only a
+  // crash or an end without exit handlers (SIGKILL, _exit without FlushLog) loses records: those
+  // of the last second at most.
   // Never throws; a record that cannot be written is dropped.
   static void WriteMsg(std::string message, int32_t level);
 };
