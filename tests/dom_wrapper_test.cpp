@@ -160,6 +160,32 @@ TEST_F(DomWrapperWellFormedTest, OpenDocument_DuplicateAttribute_Refused) {
   EXPECT_EQ(Refusal("<a><b x='1' x='2'/></a>"), "attribute 'x' twice on element 'b'");
 }
 
+TEST_F(DomWrapperWellFormedTest, OpenDocument_SameRefusedBytesTwice_RefusedBothTimes) {
+  EXPECT_EQ(Refusal("<a><b y='1' y='2'/></a>"), "attribute 'y' twice on element 'b'");
+  log_.clear();
+  EXPECT_EQ(Refusal("<a><b y='1' y='2'/></a>"), "attribute 'y' twice on element 'b'");
+}
+
+TEST_F(DomWrapperWellFormedTest, OpenDocument_FlawAddedAfterGoodOpening_Refused) {
+  // A document opened once and found good is not taken as good once its bytes change.
+  NOMZUBDOMWrapper first;
+  ASSERT_EQ(first.OpenDocument(Write("bad.xml", "<a><b z='1'/></a>")), S_OK);
+  EXPECT_EQ(Refusal("<a><b z='1' z='2'/></a>"), "attribute 'z' twice on element 'b'");
+}
+
+TEST_F(DomWrapperTest, OpenDocument_SameGoodBytesTwice_BothHoldTheTree) {
+  const std::string text = "<a><b n='1'/><b n='2'/></a>";
+  NOMZUBDOMWrapper first, second;
+  Open(first, text);
+  Open(second, text);
+  for (NOMZUBDOMWrapper* doc : {&first, &second}) {
+    Held<IXMLDOMNodeList> list;
+    ASSERT_EQ(doc->GetNodes("b", list.out()), S_OK);
+    EXPECT_THAT(Values(*doc, list.get(), "n"), ElementsAre("1", "2"));
+  }
+  EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
 TEST_F(DomWrapperWellFormedTest, OpenDocument_ReferencesCommentsAndCdata_Accepted) {
   NOMZUBDOMWrapper doc;
   const std::string text =

@@ -4,6 +4,8 @@
 
 #include <atomic>
 #include <cstring>
+#include <mutex>
+#include <unordered_set>
 
 #include "NOMZUBVGXTranslator/error_text.h"
 #include "NOMZUBVGXTranslator/well_formed.h"
@@ -150,6 +152,41 @@ class DocumentSource : public nomplat::ContentSource {
   XmlDocument& document_;
 };
 
+// The bytes of documents already found well-formed: a document read again unchanged (a shared
+// sub-assembly, or a copy rewritten after it was walked) is parsed without its checks repeated,
+// since they depend on nothing but the bytes. Small documents only, a few MiB in all; forgotten
+// all at once when full.
+class CheckedDocuments {
+ public:
+  static CheckedDocuments& Instance() {
+    static CheckedDocuments* const checked = new CheckedDocuments;  // used until exit
+    return *checked;
+  }
+
+  bool Contains(const std::string& bytes) {
+    if (bytes.size() > kLargest) return false;
+    std::lock_guard<std::mutex> lock(mu_);
+    return documents_.count(bytes) != 0;
+  }
+
+  void Add(const std::string& bytes) {
+    if (bytes.size() > kLargest) return;
+    std::lock_guard<std::mutex> lock(mu_);
+    if (total_ + bytes.size() > kBudget) {
+      documents_.clear();
+      total_ = 0;
+    }
+    if (documents_.insert(bytes).second) total_ += bytes.size();
+  }
+
+ private:
+  static constexpr size_t kLargest = 64 * 1024;
+  static constexpr size_t kBudget = 4u << 20;
+  std::mutex mu_;
+  std::unordered_set<std::string> documents_;
+  size_t total_ = 0;
+};
+
 }  // namespace
 
 DomHook* SetDomHook(DomHook* hook) { return g_hook.exchange(hook); }
@@ -173,13 +210,20 @@ HRESULT NOMZUBDOMWrapper::OpenDocument(const std::string& path) {
     return HRESULT_FROM_WIN32(error);
   }
   document->line_end = nomzub::LineEndOf(document->buffer);
-  std::string problem = nomzub::CheckRawText(document->buffer);
+  nomzub::CheckedDocuments& checked = nomzub::CheckedDocuments::Instance();
+  const bool known_good = checked.Contains(document->buffer);
+  // The bytes as read, kept for the record of good documents: the parse works in place.
+  const std::string bytes = known_good ? std::string() : document->buffer;
+  std::string problem = known_good ? std::string() : nomzub::CheckRawText(document->buffer);
   if (problem.empty()) {
     const pugi::xml_parse_result parsed = document->xml.load_buffer_inplace(
         document->buffer.data(), document->buffer.size(), nomzub::kParseOptions);
-    problem =
-        parsed ? nomzub::CheckTree(document->xml)
-               : std::string(parsed.description()) + " at offset " + std::to_string(parsed.offset);
+    if (!parsed) {
+      problem = std::string(parsed.description()) + " at offset " + std::to_string(parsed.offset);
+    } else if (!known_good) {
+      problem = nomzub::CheckTree(document->xml);
+      if (problem.empty()) checked.Add(bytes);
+    }
   }
   if (!problem.empty()) {
     nomzub::LogServiceError("Cannot parse XML document " + path + ": " + problem);

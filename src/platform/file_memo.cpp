@@ -34,6 +34,9 @@ constexpr size_t kContentsBudget = 4u << 20;
 // pay are about files visited again soon, or again and again, and about the files a run wrote
 // before it copies them.
 constexpr size_t kMaxEntries = 1 << 16;
+// Copies kept: those made again are those of a shared sub-assembly, a few files reached by many
+// paths, while a package of distinct files would only fill the memo.
+constexpr size_t kMaxCopies = 4096;
 // What keeping contents costs beyond their bytes, so that empty files count too.
 constexpr size_t kEntryCost = 64;
 
@@ -114,7 +117,7 @@ bool FileMemo::CopyIsCurrent(const std::string& from, const std::string& to,
 void FileMemo::NoteCopy(const std::string& from, const std::string& to, const FileIdentity& src,
                         const FileIdentity& dst) {
   std::lock_guard<std::mutex> lock(state_->mu);
-  MakeRoom(&state_->copies);
+  if (state_->copies.size() >= kMaxCopies) state_->copies.clear();
   state_->copies[to] = Copy{from, src, dst};
 }
 

@@ -12,6 +12,7 @@
 #include "inputs.h"
 #include "module_thread.h"
 #include "platform/paths.h"
+#include "platform/win32.h"
 
 namespace nomsoi {
 namespace {
@@ -41,6 +42,11 @@ bool SameFile(const std::string& first, const std::string& second) {
   nomplat::FileFacts a, b;
   return nomplat::StatModulePath(first, &a) == 0 && nomplat::StatModulePath(second, &b) == 0 &&
          a.exists && b.exists && a.device == b.device && a.inode == b.inode;
+}
+
+// The last component of a module path, without letter case.
+std::u32string NameKey(const std::string& module_path) {
+  return nomplat::CaseFoldKey(nomplat::PathFindFileNameA(module_path.c_str()));
 }
 
 uint64_t SizeOf(const std::string& module_path) {
@@ -82,7 +88,10 @@ RunMonitor::RunMonitor(const PreflightResult* plan, std::map<std::string, std::s
   if (plan_ != nullptr) {
     for (const PlannedItem& item : plan_->items) by_source_.emplace(item.source, &item);
   }
-  for (auto& redirect : redirects) redirects_[NativeOf(redirect.first)] = redirect.second;
+  for (auto& redirect : redirects) {
+    redirected_names_.insert(NameKey(redirect.first));
+    redirects_[NativeOf(redirect.first)] = redirect.second;
+  }
   if (isatty(STDERR_FILENO)) progress_ = std::make_unique<Progress>();
   previous_env_ = nomplat::SetCurrentEnv(this);
   previous_sink_ = nomzub::SetLogSink(this);
@@ -95,7 +104,9 @@ RunMonitor::~RunMonitor() {
 }
 
 std::string RunMonitor::Redirected(const std::string& path) const {
-  if (redirects_.empty()) return path;
+  // Only a file named like a redirected one can be it: the name is compared before the whole
+  // path is mapped, so that the module's many other saves cost no look-up here.
+  if (redirects_.empty() || redirected_names_.count(NameKey(path)) == 0) return path;
   const auto found = redirects_.find(NativeOf(path));
   return found == redirects_.end() ? path : found->second;
 }

@@ -60,6 +60,7 @@ class RunMonitor : public nomplat::EnvWrapper, public nomzub::LogSink {
   const PreflightResult* plan_;
   std::unordered_map<std::string_view, const PlannedItem*> by_source_;  // into plan_'s items
   std::map<std::string, std::string> redirects_;  // native path -> module path
+  std::set<std::u32string> redirected_names_;     // their file names, without letter case
   Outcome outcome_;
   const bool keep_copied_;
   std::unordered_set<std::string> copied_targets_;
