@@ -154,7 +154,7 @@ class DocumentSource : public nomplat::ContentSource {
 
 // The bytes of documents already found well-formed: a document read again unchanged (a shared
 // sub-assembly, or a copy rewritten after it was walked) is parsed without its checks repeated,
-// since they depend on nothing but the bytes. Small documents only, a few MiB in all; forgotten
+// since they depend on nothing but the bytes. Small documents only, 1 MiB in all; forgotten
 // all at once when full.
 class CheckedDocuments {
  public:
@@ -181,7 +181,7 @@ class CheckedDocuments {
 
  private:
   static constexpr size_t kLargest = 64 * 1024;
-  static constexpr size_t kBudget = 4u << 20;
+  static constexpr size_t kBudget = 1u << 20;
   std::mutex mu_;
   std::unordered_set<std::string> documents_;
   size_t total_ = 0;
