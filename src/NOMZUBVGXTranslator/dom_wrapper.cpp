@@ -163,14 +163,17 @@ class CheckedDocuments {
     return *checked;
   }
 
+  // Whether documents of this size are recorded at all.
+  static bool Records(const std::string& bytes) { return bytes.size() <= kLargest; }
+
   bool Contains(const std::string& bytes) {
-    if (bytes.size() > kLargest) return false;
+    if (!Records(bytes)) return false;
     std::lock_guard<std::mutex> lock(mu_);
     return documents_.count(bytes) != 0;
   }
 
   void Add(const std::string& bytes) {
-    if (bytes.size() > kLargest) return;
+    if (!Records(bytes)) return;
     std::lock_guard<std::mutex> lock(mu_);
     if (total_ + bytes.size() > kBudget) {
       documents_.clear();
@@ -213,7 +216,8 @@ HRESULT NOMZUBDOMWrapper::OpenDocument(const std::string& path) {
   nomzub::CheckedDocuments& checked = nomzub::CheckedDocuments::Instance();
   const bool known_good = checked.Contains(document->buffer);
   // The bytes as read, kept for the record of good documents: the parse works in place.
-  const std::string bytes = known_good ? std::string() : document->buffer;
+  const bool record = !known_good && checked.Records(document->buffer);
+  const std::string bytes = record ? document->buffer : std::string();
   std::string problem = known_good ? std::string() : nomzub::CheckRawText(document->buffer);
   if (problem.empty()) {
     const pugi::xml_parse_result parsed = document->xml.load_buffer_inplace(
@@ -222,7 +226,7 @@ HRESULT NOMZUBDOMWrapper::OpenDocument(const std::string& path) {
       problem = std::string(parsed.description()) + " at offset " + std::to_string(parsed.offset);
     } else if (!known_good) {
       problem = nomzub::CheckTree(document->xml);
-      if (problem.empty()) checked.Add(bytes);
+      if (problem.empty() && record) checked.Add(bytes);
     }
   }
   if (!problem.empty()) {

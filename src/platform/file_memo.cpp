@@ -30,12 +30,12 @@ namespace {
 // a shared sub-assembly, which are read again and again; a package of thousands of distinct
 // documents gains little from keeping them and would only grow the process.
 constexpr size_t kContentsBudget = 4u << 20;
-// Entries of each other kind kept; beyond it that kind is forgotten all at once. The facts that
-// pay are about files visited again soon, or again and again, and about the files a run wrote
-// before it copies them.
-constexpr size_t kMaxEntries = 1 << 16;
-// Copies kept: those made again are those of a shared sub-assembly, a few files reached by many
-// paths, while a package of distinct files would only fill the memo.
+// Files found readable kept; beyond it they are forgotten all at once. The facts that pay are
+// about files visited again soon, or again and again, and about the files a run wrote before it
+// copies them.
+constexpr size_t kMaxReadable = 1 << 16;
+// Copies kept, likewise: those made again are those of a shared sub-assembly, a few files reached
+// by many paths, while a package of distinct files would only fill the memo.
 constexpr size_t kMaxCopies = 4096;
 // What keeping contents costs beyond their bytes, so that empty files count too.
 constexpr size_t kEntryCost = 64;
@@ -51,9 +51,10 @@ struct Kept {
   FileBytes bytes;
 };
 
+// Forgets every entry of map once it holds limit.
 template <typename Map>
-void MakeRoom(Map* map) {
-  if (map->size() >= kMaxEntries) map->clear();
+void MakeRoom(Map* map, size_t limit) {
+  if (map->size() >= limit) map->clear();
 }
 
 }  // namespace
@@ -102,7 +103,7 @@ bool FileMemo::KnownReadable(const std::string& native, const FileIdentity& id) 
 
 void FileMemo::NoteReadable(const std::string& native, const FileIdentity& id) {
   std::lock_guard<std::mutex> lock(state_->mu);
-  MakeRoom(&state_->readable);
+  MakeRoom(&state_->readable, kMaxReadable);
   state_->readable[native] = id;
 }
 
@@ -117,7 +118,7 @@ bool FileMemo::CopyIsCurrent(const std::string& from, const std::string& to,
 void FileMemo::NoteCopy(const std::string& from, const std::string& to, const FileIdentity& src,
                         const FileIdentity& dst) {
   std::lock_guard<std::mutex> lock(state_->mu);
-  if (state_->copies.size() >= kMaxCopies) state_->copies.clear();
+  MakeRoom(&state_->copies, kMaxCopies);
   state_->copies[to] = Copy{from, src, dst};
 }
 

@@ -332,7 +332,14 @@ bool ToNativePath(const std::string& modulePath, std::string* nativePath, DWORD*
   return ToNativePathFound(modulePath, nativePath, error, nullptr);
 }
 
-bool ToNativePathAsWritten(const std::string& modulePath, std::string* nativePath, DWORD* error) {
+namespace {
+
+// The native path modulePath names: converted to UTF-8, refused names and unmapped roots failed
+// with *error, "." and ".." taken away, and each name either looked up without letter case
+// (ResolveCase, which fills *entry) or taken as written. "" becomes "."; a trailing separator
+// stays, so that "file\\" cannot open a file.
+bool MapPath(const std::string& modulePath, bool lookUp, std::string* nativePath, DWORD* error,
+             FoundEntry* entry) {
   const std::string path = AcpToUtf8(modulePath);
   if (IsRefusedName(path)) {
     *error = kErrorInvalidName;
@@ -343,14 +350,27 @@ bool ToNativePathAsWritten(const std::string& modulePath, std::string* nativePat
   if (!SplitRoot(path, &root, &restAt, error)) return false;
   const std::vector<std::string_view> names =
       Components(std::string_view(path).substr(restAt), !root.empty());
-  *nativePath = root;
-  AppendNames(nativePath, names, 0);
+  if (lookUp) {
+    *nativePath = ResolveCase(root, names, entry);
+  } else {
+    *nativePath = root;
+    AppendNames(nativePath, names, 0);
+  }
   if (nativePath->empty()) {
     *nativePath = ".";
   } else if (!names.empty() && IsSeparator(path.back())) {
-    *nativePath += '/';
+    *nativePath += '/';  // "dir\\" names a directory: "file\\" must still fail
+    entry->known = false;
+    entry->missing = false;
   }
   return true;
+}
+
+}  // namespace
+
+bool ToNativePathAsWritten(const std::string& modulePath, std::string* nativePath, DWORD* error) {
+  FoundEntry ignored;
+  return MapPath(modulePath, false, nativePath, error, &ignored);
 }
 
 bool ToNativePathFound(const std::string& modulePath, std::string* nativePath, DWORD* error,
@@ -364,29 +384,7 @@ bool ToNativePathFound(const std::string& modulePath, std::string* nativePath, D
     entry.known = lstat(nativePath->c_str(), &entry.st) == 0;
     if (entry.known) return true;
   }
-  const std::string path = AcpToUtf8(modulePath);
-  if (IsRefusedName(path)) {
-    *error = kErrorInvalidName;
-    return false;
-  }
-  std::string root;
-  size_t restAt = 0;
-  if (!SplitRoot(path, &root, &restAt, error)) return false;
-  const std::vector<std::string_view> names =
-      Components(std::string_view(path).substr(restAt), !root.empty());
-  if (CaseInsensitiveLookup()) {
-    *nativePath = ResolveCase(root, names, &entry);
-  } else {
-    *nativePath = root;
-    AppendNames(nativePath, names, 0);
-  }
-  if (nativePath->empty()) {
-    *nativePath = ".";
-  } else if (!names.empty() && IsSeparator(path.back())) {
-    *nativePath += '/';  // "dir\" names a directory: "file\" must still fail
-    entry.known = false;
-    entry.missing = false;
-  }
+  if (!MapPath(modulePath, context.caseInsensitive, nativePath, error, &entry)) return false;
   if (entry.known) Mapped().Note(modulePath, context, *nativePath);
   return true;
 }

@@ -136,22 +136,39 @@ DWORD LookAtTarget(const std::string& p, const FoundEntry& found, struct stat* s
   return *exists || errno == ENOENT ? 0 : PathError(p, errno);
 }
 
-// A new, uniquely named file beside native path target, for writing, with permissions mode
-// (less the umask). The process id is taken once: a forked child that picks a name in use gets
-// EEXIST and takes the next.
-DWORD CreateTempBeside(const std::string& target, mode_t mode, Fd* fd, std::string* tempPath) {
+// Gives a new file beside native path target a name of its own: tries ".nomtmp.<pid>.<n>" names
+// with make(name), which makes the file under that name and returns false with errno set when it
+// cannot, until one is free. The process id is taken once: a forked child that picks a name in
+// use gets EEXIST and takes the next. Returns 0 with *tempPath set, or the Windows error with
+// *tempPath empty.
+DWORD NameBeside(const std::string& target, const std::function<bool(const std::string&)>& make,
+                 std::string* tempPath) {
   static std::atomic<unsigned> counter{0};
   static const std::string pid = std::to_string(getpid());
   const std::string prefix = ParentDirectory(target) + "/.nomtmp." + pid + ".";
   for (;;) {
     *tempPath = prefix + std::to_string(counter.fetch_add(1));
-    Fd created(open(tempPath->c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
-    if (created) {
-      *fd = std::move(created);
-      return 0;
+    if (make(*tempPath)) return 0;
+    if (errno != EEXIST) {
+      const DWORD error = PathError(*tempPath, errno);
+      tempPath->clear();
+      return error;
     }
-    if (errno != EEXIST) return PathError(*tempPath, errno);
   }
+}
+
+// A new, uniquely named file beside native path target, for writing, with permissions mode
+// (less the umask).
+DWORD CreateTempBeside(const std::string& target, mode_t mode, Fd* fd, std::string* tempPath) {
+  return NameBeside(
+      target,
+      [&](const std::string& name) {
+        Fd created(open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+        if (!created) return false;
+        *fd = std::move(created);
+        return true;
+      },
+      tempPath);
 }
 
 // Gives the finished temporary file temp the name target: replacing whatever stands there, or,
@@ -226,16 +243,13 @@ class Replacement {
       if (errno != EEXIST) return PathError(target_, errno);
       if (noReplace) return kErrorFileExists;
       // Something appeared at the target since it was looked at: named, then renamed over it.
-      static std::atomic<unsigned> counter{0};
-      for (;;) {
-        std::string temp = ParentDirectory(target_) + "/.nomtmp." + std::to_string(getpid()) +
-                           ".l" + std::to_string(counter.fetch_add(1));
-        if (linkat(AT_FDCWD, self.c_str(), AT_FDCWD, temp.c_str(), AT_SYMLINK_FOLLOW) == 0) {
-          temp_ = std::move(temp);
-          break;
-        }
-        if (errno != EEXIST) return PathError(target_, errno);
-      }
+      const DWORD named = NameBeside(
+          target_,
+          [&self](const std::string& name) {
+            return linkat(AT_FDCWD, self.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0;
+          },
+          &temp_);
+      if (named != 0) return named;
     }
     if (const DWORD closed = fd_.Close()) return closed;
     if (const DWORD moved = MoveIntoPlace(temp_, target_, noReplace)) return moved;
