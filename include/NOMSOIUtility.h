@@ -24,48 +24,52 @@ class NOM_API NOMSOIUtility {
 
   // Attaches the process-wide connector: data source, login, connect, project, filters.
   // Returns 1 when every step passed, 0 otherwise (only E_FAIL counts as a failed step).
-  BOOL ConnectServer(const std::string& login, const std::string& password,
-                     const std::string& project, const std::string& filters);
+  nomsoi::BOOL ConnectServer(const std::string& login, const std::string& password,
+                             const std::string& project, const std::string& filters);
   // Cleans up and detaches the connector when there is one. Always returns 1.
-  BOOL DisconnectServer();
+  nomsoi::BOOL DisconnectServer();
   // Runs the generator alone with the four arguments; returns its result. Logs nothing.
-  HRESULT GenerateVGXFiles(const std::string& generatorInput, const std::string& soiDirectory,
-                           const std::string& packageName, const std::string& generatorOption);
+  nomsoi::HRESULT GenerateVGXFiles(const std::string& generatorInput,
+                                   const std::string& soiDirectory, const std::string& packageName,
+                                   const std::string& generatorOption);
   // Applies "3D_States" or "Simulation_Positions"; any other text (also empty) gives E_FAIL.
-  HRESULT ApplyPosition(const std::string& positionMode);
+  nomsoi::HRESULT ApplyPosition(const std::string& positionMode);
   // Gathers the last generated package into soiDirectory and rewrites its references.
-  HRESULT PackNGo(const std::string& soiDirectory);
+  nomsoi::HRESULT PackNGo(const std::string& soiDirectory);
   // Generation, positioning, Pack & Go (unless lightMode), mapping (if generateMapping).
   // Returns the result of the last stage that ran.
-  HRESULT DumpVGXPackage(const std::string& generatorInput, const std::string& soiDirectory,
-                         bool lightMode, const std::string& generatorOption,
-                         const std::string& positionMode, bool generateMapping);
+  nomsoi::HRESULT DumpVGXPackage(const std::string& generatorInput, const std::string& soiDirectory,
+                                 bool lightMode, const std::string& generatorOption,
+                                 const std::string& positionMode, bool generateMapping);
   // Pack & Go and mapping over the package under $ADL_ODT_IN\NOMZUBVGXExtractTest.
   void DumpVGXPackage_ODT(const std::string& generatorInput, const std::string& soiDirectory,
                           bool lightMode, const std::string& generatorOption,
                           const std::string& positionMode, bool generateMapping);
   // Writes directory\Mapping.xml from the identifier cache and the object factory.
-  HRESULT GenerateMappingXML(const std::string& directory);
+  nomsoi::HRESULT GenerateMappingXML(const std::string& directory);
   // Appends Name, IDPath and OID text children to entity; E_INVALIDARG when entity is null.
-  HRESULT AddElements(NOMZUBDOMWrapper& doc, IXMLDOMNode* entity, std::string name,
-                      std::string identPath, std::string oid);
+  nomsoi::HRESULT AddElements(NOMZUBDOMWrapper& doc, IXMLDOMNode* entity, std::string name,
+                              std::string identPath, std::string oid);
 
  private:
-  HRESULT HandleChildrenNodes(IXMLDOMNode* listNode, NOMZUBDOMWrapper& doc,
-                              const std::string& soiDirectory, const std::string& mainXmlPath);
-  HRESULT HandleChildrenNodes_ODT(IXMLDOMNode* listNode, NOMZUBDOMWrapper& doc,
-                                  const std::string& soiDirectory, const std::string& mainXmlPath);
-  HRESULT CheckInternalReference(const std::string& docPath, const std::string& soiDirectory);
-  HRESULT GetActualPath(std::string docPath, std::string& ref, std::string& target);
-  HRESULT ResolveRelativePath(std::string& base, std::string& rel);
-  HRESULT UpdateRelativePaths(std::string path);
+  nomsoi::HRESULT HandleChildrenNodes(IXMLDOMNode* listNode, NOMZUBDOMWrapper& doc,
+                                      const std::string& soiDirectory,
+                                      const std::string& mainXmlPath);
+  nomsoi::HRESULT HandleChildrenNodes_ODT(IXMLDOMNode* listNode, NOMZUBDOMWrapper& doc,
+                                          const std::string& soiDirectory,
+                                          const std::string& mainXmlPath);
+  nomsoi::HRESULT CheckInternalReference(const std::string& docPath,
+                                         const std::string& soiDirectory);
+  nomsoi::HRESULT GetActualPath(std::string docPath, std::string& ref, std::string& target);
+  nomsoi::HRESULT ResolveRelativePath(std::string& base, std::string& rel);
+  nomsoi::HRESULT UpdateRelativePaths(std::string path);
   void FormatFilePath(std::string& path);
   void PrintError(const std::string& source, const std::string& target, const int32_t& unused,
                   const int32_t& copyResult);
-  void PoupulateOIDProcessIdentMap(NOMStringMultimap& oidProcessIdentMap);
+  void PoupulateOIDProcessIdentMap(nomsoi::NOMStringMultimap& oidProcessIdentMap);
   void AddViewInfo(NOMZUBDOMWrapper& doc, IXMLDOMNode* entity, const std::string& operationOID,
-                   const NOMStringMultimap& oidProcessIdentMap,
-                   const NOMStringMap& processIdentNameMap);
+                   const nomsoi::NOMStringMultimap& oidProcessIdentMap,
+                   const nomsoi::NOMStringMap& processIdentNameMap);
 
   // Appended, with no separator, to the ODT input directory. Never set by an operation.
   std::string _ExtractDirSuffix;
@@ -73,9 +77,9 @@ class NOM_API NOMSOIUtility {
   std::deque<std::string> _CopiedXmlFiles;
 
   // OID -> ident paths, filled from the identifier cache by GenerateMappingXML.
-  static NOMOIDIdentPathsMap _OIDIdentPathsMap2;
+  static nomsoi::NOMOIDIdentPathsMap _OIDIdentPathsMap2;
   // Operation OID -> ident path, filled from the identifier cache by GenerateMappingXML.
-  static NOMStringMap _OpOIDIdentPathMap2;
+  static nomsoi::NOMStringMap _OpOIDIdentPathMap2;
 
   // The walk shared by the two child-handling variants.
   friend class NOMSOIChildWalk;

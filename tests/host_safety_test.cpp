@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "commands.h"
-#include "journal.h"
+#include "host/journal.h"
 #include "platform/paths.h"
 #include "services/NOMZUBLog.h"
 #include "services/NOMZUBVGXGen.h"

@@ -878,4 +878,207 @@ TEST_F(LogFileTest, QuickExit_WritesBufferedRecords) {
       ::testing::ExitedWithCode(3), "2\tInfo:\t before quick_exit\n");
 }
 
+// --- Echo to standard error and the filter of a log on standard error -----------------------
+
+// Points standard error at a file while it lives (the log's records are flushed before it is put
+// back), so that what reaches standard error can be read as it arrives.
+class StderrToFile {
+ public:
+  explicit StderrToFile(const std::string& path) : saved_(dup(STDERR_FILENO)) {
+    std::fflush(stderr);
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    if (fd >= 0) {
+      dup2(fd, STDERR_FILENO);
+      close(fd);
+    }
+  }
+  ~StderrToFile() {
+    nomzub::FlushLog();
+    dup2(saved_, STDERR_FILENO);
+    close(saved_);
+  }
+  StderrToFile(const StderrToFile&) = delete;
+  StderrToFile& operator=(const StderrToFile&) = delete;
+
+ private:
+  int saved_;
+};
+
+// Installs an echo and a filter of a log on standard error for one test.
+class LogEchoTest : public LogFileTest {
+ protected:
+  ~LogEchoTest() override {
+    nomzub::SetLogEcho(nullptr);
+    nomzub::SetStderrLogFilter(nullptr);
+  }
+};
+
+TEST_F(LogEchoTest, SetLogEcho_FileTargetsChosenRecordsAlsoReachStderr) {
+  const std::string file = dir_.Sub("run.log");
+  ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
+  nomzub::SetLogEcho(nomzub::IsServiceRecord);
+  ::testing::internal::CaptureStderr();
+  NOMZUBLog::WriteMsg("Info:\t Nb Child Nodes: 3", 0);
+  NOMZUBLog::WriteMsg("****** ERROR:\t no such table: accounts", 2);
+  NOMZUBLog::WriteMsg("Info:\t Handle MP Child Nodes ... ", 1);
+  NOMZUBLog::WriteMsg("Info:\t connected", 2);
+  ASSERT_TRUE(nomzub::FlushLog());
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+            "2\t****** ERROR:\t no such table: accounts\n2\tInfo:\t connected\n");
+  EXPECT_EQ(ReadFile(file),
+            "0\tInfo:\t Nb Child Nodes: 3\n2\t****** ERROR:\t no such table: accounts\n"
+            "1\tInfo:\t Handle MP Child Nodes ... \n2\tInfo:\t connected\n");
+}
+
+TEST_F(LogEchoTest, SetLogEcho_TextRecordIsTheLineTheFileGets) {
+  const std::string file = dir_.Sub("run.log");
+  ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kText));
+  nomzub::SetLogEcho(nomzub::IsServiceRecord);
+  ::testing::internal::CaptureStderr();
+  NOMZUBLog::WriteMsg("Info:\t a\nforged", 2);
+  ASSERT_TRUE(nomzub::FlushLog());
+  const std::string echoed = ::testing::internal::GetCapturedStderr();
+  EXPECT_EQ(echoed, ReadFile(file));
+  EXPECT_THAT(echoed, MatchesRegex(std::string(kTimestamp) + " L2 Info:\t a\\\\nforged\n"));
+}
+
+TEST_F(LogEchoTest, SetLogEcho_JsonlRecordIsTheLineTheFileGets) {
+  const std::string file = dir_.Sub("run.log");
+  ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kJsonl));
+  nomzub::SetLogEcho(nomzub::IsServiceRecord);
+  ::testing::internal::CaptureStderr();
+  NOMZUBLog::WriteMsg("Info:\t \"quoted\"", 2);
+  ASSERT_TRUE(nomzub::FlushLog());
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), ReadFile(file));
+}
+
+TEST_F(LogEchoTest, SetLogEcho_EchoWaitsForTheBlockLikeTheRecord) {
+  const std::string file = dir_.Sub("run.log");
+  const std::string error_output = dir_.Sub("stderr");
+  StderrToFile redirect(error_output);
+  ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
+  nomzub::SetLogEcho(nomzub::IsServiceRecord);
+  NOMZUBLog::WriteMsg("Info:\t connected", 2);
+  EXPECT_EQ(ReadFile(file), "");
+  EXPECT_EQ(ReadFile(error_output), "");
+}
+
+TEST_F(LogEchoTest, SetLogEcho_EchoIsWrittenWithALevelZeroErrorRecord) {
+  const std::string file = dir_.Sub("run.log");
+  const std::string error_output = dir_.Sub("stderr");
+  StderrToFile redirect(error_output);
+  ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
+  nomzub::SetLogEcho(nomzub::IsServiceRecord);
+  NOMZUBLog::WriteMsg("****** ERROR:\t login refused", 2);
+  NOMZUBLog::WriteMsg("****** ERROR:\t FAILED to Connect", 0);
+  // No flush: the level-0 error record writes what was buffered, its echo included.
+  EXPECT_EQ(ReadFile(error_output), "2\t****** ERROR:\t login refused\n");
+  EXPECT_EQ(ReadFile(file),
+            "2\t****** ERROR:\t login refused\n0\t****** ERROR:\t FAILED to Connect\n");
+}
+
+TEST_F(LogEchoTest, SetLogEcho_EchoArrivesWithoutAnotherCall) {
+  const std::string file = dir_.Sub("run.log");
+  const std::string error_output = dir_.Sub("stderr");
+  StderrToFile redirect(error_output);
+  ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
+  nomzub::SetLogEcho(nomzub::IsServiceRecord);
+  NOMZUBLog::WriteMsg("Info:\t connected to sqlite:x.db", 2);
+  // The flusher writes it within about a second; five leave room for a loaded machine.
+  std::string contents;
+  for (int i = 0; i < 100 && contents.empty(); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    contents = ReadFile(error_output);
+  }
+  EXPECT_EQ(contents, "2\tInfo:\t connected to sqlite:x.db\n");
+}
+
+TEST_F(LogEchoTest, SetLogEcho_TargetOnStderrIsNotDoubled) {
+  ASSERT_TRUE(nomzub::ConfigureLog("-", LogFormat::kRaw));
+  nomzub::SetLogEcho(nomzub::IsServiceRecord);
+  ::testing::internal::CaptureStderr();
+  NOMZUBLog::WriteMsg("Info:\t connected", 2);
+  ASSERT_TRUE(nomzub::FlushLog());
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "2\tInfo:\t connected\n");
+}
+
+TEST_F(LogEchoTest, SetLogEcho_FileThatIsStandardErrorIsNotDoubled) {
+  const std::string file = dir_.Sub("both.log");
+  {
+    StderrToFile redirect(file);
+    ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
+    nomzub::SetLogEcho(nomzub::IsServiceRecord);
+    NOMZUBLog::WriteMsg("Info:\t connected", 2);
+    ASSERT_TRUE(nomzub::FlushLog());
+  }
+  EXPECT_EQ(ReadFile(file), "2\tInfo:\t connected\n");
+}
+
+TEST_F(LogEchoTest, SetLogEcho_NullEchoesNothing) {
+  const std::string file = dir_.Sub("run.log");
+  ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
+  nomzub::SetLogEcho(nomzub::IsServiceRecord);
+  nomzub::SetLogEcho(nullptr);
+  ::testing::internal::CaptureStderr();
+  NOMZUBLog::WriteMsg("Info:\t connected", 2);
+  ASSERT_TRUE(nomzub::FlushLog());
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+  EXPECT_EQ(ReadFile(file), "2\tInfo:\t connected\n");
+}
+
+TEST_F(LogEchoTest, SetStderrLogFilter_DropsTheRecordsItDoesNotKeep) {
+  ASSERT_TRUE(nomzub::ConfigureLog("-", LogFormat::kRaw));
+  nomzub::SetStderrLogFilter(nomzub::IsErrorRecord);
+  ::testing::internal::CaptureStderr();
+  NOMZUBLog::WriteMsg("Info:\t Nb Child Nodes: 3", 0);
+  NOMZUBLog::WriteMsg("****** ERROR:\t no such table: accounts", 2);
+  NOMZUBLog::WriteMsg("Info:\t Handle MP Child Nodes ... ", 1);
+  NOMZUBLog::WriteMsg("Info:\t connected", 2);
+  NOMZUBLog::WriteMsg("****** ERROR:\t Error in VGX PackNGo.", 0);
+  ASSERT_TRUE(nomzub::FlushLog());
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+            "2\t****** ERROR:\t no such table: accounts\n"
+            "0\t****** ERROR:\t Error in VGX PackNGo.\n");
+}
+
+TEST_F(LogEchoTest, SetStderrLogFilter_FileTargetIsNeverFiltered) {
+  const std::string file = dir_.Sub("run.log");
+  ASSERT_TRUE(nomzub::ConfigureLog(file, LogFormat::kRaw));
+  nomzub::SetStderrLogFilter(nomzub::IsErrorRecord);
+  NOMZUBLog::WriteMsg("Info:\t Nb Child Nodes: 3", 0);
+  NOMZUBLog::WriteMsg("Info:\t connected", 2);
+  ASSERT_TRUE(nomzub::FlushLog());
+  EXPECT_EQ(ReadFile(file), "0\tInfo:\t Nb Child Nodes: 3\n2\tInfo:\t connected\n");
+}
+
+TEST_F(LogEchoTest, SetStderrLogFilter_AppliesToTheEnvironmentsStderrTarget) {
+  TableEnv env({{"NOMZUB_LOG_FORMAT", "raw"}});
+  nomzub::ResetLogConfiguration();
+  nomzub::SetStderrLogFilter(nomzub::IsErrorRecord);
+  ::testing::internal::CaptureStderr();
+  NOMZUBLog::WriteMsg("Info:\t x", 0);
+  NOMZUBLog::WriteMsg("****** ERROR:\t FAILED to Login", 0);
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "0\t****** ERROR:\t FAILED to Login\n");
+}
+
+TEST(LogRecordKindTest, IsErrorRecord_ErrorPrefixAtLevelsZeroAndTwo) {
+  EXPECT_TRUE(nomzub::IsErrorRecord("****** ERROR:\t FAILED to Connect", 0));
+  EXPECT_TRUE(nomzub::IsErrorRecord("****** ERROR:\t no such table: accounts", 2));
+}
+
+TEST(LogRecordKindTest, IsErrorRecord_FalseForInformationAndOtherLevels) {
+  EXPECT_FALSE(nomzub::IsErrorRecord("Info:\t Nb Child Nodes: 3", 0));
+  EXPECT_FALSE(nomzub::IsErrorRecord("Info:\t connected", 2));
+  EXPECT_FALSE(nomzub::IsErrorRecord("****** ERROR:\t x", 1));
+  EXPECT_FALSE(nomzub::IsErrorRecord("", 0));
+  EXPECT_FALSE(nomzub::IsErrorRecord("Input Directory: ****** ERROR", 0));
+}
+
+TEST(LogRecordKindTest, IsServiceRecord_LevelTwoOnly) {
+  EXPECT_TRUE(nomzub::IsServiceRecord("Info:\t connected", 2));
+  EXPECT_TRUE(nomzub::IsServiceRecord("****** ERROR:\t x", 2));
+  EXPECT_FALSE(nomzub::IsServiceRecord("****** ERROR:\t x", 0));
+  EXPECT_FALSE(nomzub::IsServiceRecord("Info:\t x", 1));
+}
+
 }  // namespace

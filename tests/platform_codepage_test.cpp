@@ -8,12 +8,12 @@
 #include <string>
 #include <vector>
 
-#include "NOMSOITypes.h"
 #include "platform/codepage.h"
 #include "platform/win32.h"
 #include "services/NOMZUBLog.h"
 #include "support/table_env.h"
 #include "support/test_support.h"
+#include "win_types.h"
 
 namespace nomplat {
 namespace {

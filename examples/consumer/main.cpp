@@ -5,8 +5,8 @@
 
 int main() {
   NOMSOIUtility utility;
-  const BOOL connected = utility.ConnectServer("u", "p", "prj", "");
-  const BOOL disconnected = utility.DisconnectServer();
+  const nomsoi::BOOL connected = utility.ConnectServer("u", "p", "prj", "");
+  const nomsoi::BOOL disconnected = utility.DisconnectServer();
   std::printf("ConnectServer=%d DisconnectServer=%d\n", connected, disconnected);
   return 0;
 }

@@ -6,7 +6,9 @@
 // process exits. Writes happen under the sink's mutex and blocks hold whole records, so records
 // of concurrent writers never interleave and stay in the order they were logged. A crash (or
 // SIGKILL, or _exit without FlushLog) loses the records of the last second at most, none that a
-// level-0 error record or FlushLog came after.
+// level-0 error record or FlushLog came after. A host can have chosen records echoed to standard
+// error while the log goes to a file (they wait in a second buffer written with the first), or
+// keep chosen records off standard error while the log goes there.
 #include <fcntl.h>
 #include <limits.h>
 #include <poll.h>
@@ -46,8 +48,12 @@ constexpr int32_t kServiceLevel = 2;
 constexpr int32_t kImmediateLevel = 0;
 constexpr char kErrorPrefix[] = "****** ERROR";
 
+bool HasErrorPrefix(const std::string& message) {
+  return message.compare(0, sizeof kErrorPrefix - 1, kErrorPrefix) == 0;
+}
+
 bool WrittenAtOnce(const std::string& message, int32_t level) {
-  return level == kImmediateLevel && message.compare(0, sizeof kErrorPrefix - 1, kErrorPrefix) == 0;
+  return level == kImmediateLevel && HasErrorPrefix(message);
 }
 // Buffered records are written when they reach this many bytes...
 constexpr size_t kBlockBytes = 64 * 1024;
@@ -241,7 +247,17 @@ class FileSink {
   void Write(const std::string& message, int32_t level) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (!configured_) ConfigureFromEnvironmentLocked();
-    AppendLocked(FormatLogRecord(format_, message, level), WrittenAtOnce(message, level));
+    AddRecordLocked(message, level);
+  }
+
+  void SetEcho(LogRecordFilter echo) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    echo_ = echo;
+  }
+
+  void SetStderrFilter(LogRecordFilter keep) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    stderr_filter_ = keep;
   }
 
   bool Configure(const std::string& target, LogFormat format) {
@@ -301,12 +317,25 @@ class FileSink {
     configured_ = true;
   }
 
-  // Buffers record and writes the buffer when it must go now: immediate, a full block, after
-  // exit began, or with no flusher to write it later.
-  void AppendLocked(const std::string& record, bool immediate) {
-    const bool was_empty = buffer_.empty();
+  // Formats one record for the target and buffers it, unless the target is standard error and
+  // the host's filter keeps it off; a record the echo chooses while the target is not standard
+  // error is also buffered, as formatted, for standard error.
+  void AddRecordLocked(const std::string& message, int32_t level) {
+    const bool to_stderr = fd_ == STDERR_FILENO;
+    if (to_stderr && stderr_filter_ != nullptr && !stderr_filter_(message, level)) return;
+    const bool echoed = !to_stderr && echo_ != nullptr && echo_(message, level);
+    const std::string record = FormatLogRecord(format_, message, level);
+    AppendLocked(record, echoed, WrittenAtOnce(message, level));
+  }
+
+  // Buffers record (and its echo) and writes the buffers when they must go now: immediate, a
+  // full block, after exit began, or with no flusher to write them later.
+  void AppendLocked(const std::string& record, bool echoed, bool immediate) {
+    const bool was_empty = buffer_.empty() && echo_buffer_.empty();
     buffer_ += record;
-    if (immediate || exiting_ || buffer_.size() >= kBlockBytes || !StartFlusherLocked()) {
+    if (echoed) echo_buffer_ += record;
+    if (immediate || exiting_ || buffer_.size() >= kBlockBytes ||
+        echo_buffer_.size() >= kBlockBytes || !StartFlusherLocked()) {
       WriteBufferLocked(nullptr);
     } else if (was_empty) {
       oldest_ = Clock::now();
@@ -314,27 +343,46 @@ class FileSink {
     }
   }
 
-  // Writes the buffered records and empties the buffer. A regular file takes the buffer in one
+  // Writes the buffered records to the target, then their echo to standard error, and empties
+  // the buffers. False, with the records not written kept, when a target that is not a regular
+  // file does not accept them by deadline (see WriteRecords). The echo is dropped, not written,
+  // when the target turns out to be the file standard error is open on: nothing is doubled.
+  bool WriteBufferLocked(const Clock::time_point* deadline) {
+    if (!WriteRecords(fd_, regular_file_, &buffer_, deadline)) return false;
+    if (echo_buffer_.empty()) return true;
+    struct stat target, error_output;
+    const bool error_output_known = ::fstat(STDERR_FILENO, &error_output) == 0;
+    if (error_output_known && ::fstat(fd_, &target) == 0 && target.st_dev == error_output.st_dev &&
+        target.st_ino == error_output.st_ino) {
+      echo_buffer_.clear();
+      return true;
+    }
+    return WriteRecords(STDERR_FILENO, error_output_known && S_ISREG(error_output.st_mode),
+                        &echo_buffer_, deadline);
+  }
+
+  // Writes the records of *records to fd and empties it. A regular file takes them in one
   // write; any other target in writes of whole records of at most PIPE_BUF bytes, each waited
   // for until deadline when one is given: false, with the records not written kept, when the
   // target does not accept them in time. Records the target refuses are dropped.
-  bool WriteBufferLocked(const Clock::time_point* deadline) {
-    if (buffer_.empty()) return true;
-    if (regular_file_) {
-      nomplat::WriteAll(fd_, buffer_.data(), buffer_.size());
+  static bool WriteRecords(int fd, bool regular_file, std::string* records,
+                           const Clock::time_point* deadline) {
+    if (records->empty()) return true;
+    if (regular_file) {
+      nomplat::WriteAll(fd, records->data(), records->size());
     } else {
-      for (size_t done = 0; done < buffer_.size();) {
-        if (deadline != nullptr && !WaitWritable(fd_, *deadline)) {
-          buffer_.erase(0, done);
+      for (size_t done = 0; done < records->size();) {
+        if (deadline != nullptr && !WaitWritable(fd, *deadline)) {
+          records->erase(0, done);
           return false;
         }
-        const size_t end = ChunkEnd(buffer_, done);
-        if (nomplat::WriteAll(fd_, buffer_.data() + done, end - done) != 0) break;
+        const size_t end = ChunkEnd(*records, done);
+        if (nomplat::WriteAll(fd, records->data() + done, end - done) != 0) break;
         done = end;
       }
     }
-    buffer_.clear();
-    if (buffer_.capacity() > 4 * kBlockBytes) std::string().swap(buffer_);  // after a huge record
+    records->clear();
+    if (records->capacity() > 4 * kBlockBytes) std::string().swap(*records);  // a huge record
     return true;
   }
 
@@ -363,8 +411,8 @@ class FileSink {
     std::unique_lock<std::mutex> lock(mutex_);
     for (;;) {
       std::condition_variable* wake = wake_;
-      wake->wait(lock, [this] { return !buffer_.empty(); });
-      while (!buffer_.empty()) {
+      wake->wait(lock, [this] { return !buffer_.empty() || !echo_buffer_.empty(); });
+      while (!buffer_.empty() || !echo_buffer_.empty()) {
         const Clock::time_point due = oldest_ + kFlushInterval;
         if (Clock::now() >= due) {
           WriteBufferLocked(nullptr);
@@ -397,6 +445,7 @@ class FileSink {
   static void AfterForkInChild() {
     FileSink& sink = Instance();
     sink.buffer_.clear();
+    sink.echo_buffer_.clear();
     sink.flusher_running_ = false;
     if (auto* fresh = new (std::nothrow) std::condition_variable) sink.wake_ = fresh;
     sink.mutex_.unlock();
@@ -416,20 +465,15 @@ class FileSink {
     ReplaceTargetLocked(target_ok ? fd : STDERR_FILENO, format);
 
     if (!format_ok) {
-      AppendLocked(
-          FormatLogRecord(format_,
-                          "****** ERROR:\t Unknown log format \"" + format_name + "\" in " +
-                              kFormatVariable + " (expected text, raw or jsonl); using text",
-                          kServiceLevel),
-          false);
+      AddRecordLocked("****** ERROR:\t Unknown log format \"" + format_name + "\" in " +
+                          kFormatVariable + " (expected text, raw or jsonl); using text",
+                      kServiceLevel);
     }
     if (!target_ok) {
-      AppendLocked(FormatLogRecord(format_,
-                                   "****** ERROR:\t Cannot open log file " + target + " named by " +
-                                       kLogVariable + ": " + std::strerror(open_error) +
-                                       "; logging to standard error",
-                                   kServiceLevel),
-                   false);
+      AddRecordLocked("****** ERROR:\t Cannot open log file " + target + " named by " +
+                          kLogVariable + ": " + std::strerror(open_error) +
+                          "; logging to standard error",
+                      kServiceLevel);
     }
   }
 
@@ -440,8 +484,11 @@ class FileSink {
   int fd_ = STDERR_FILENO;
   bool regular_file_ = false;  // the target is a regular file: blocks go in one write
   LogFormat format_ = LogFormat::kText;
-  std::string buffer_;        // whole records, not yet written
-  Clock::time_point oldest_;  // when the first record now in buffer_ was buffered
+  std::string buffer_;                       // whole records, not yet written
+  std::string echo_buffer_;                  // the echoed ones among them, for standard error
+  LogRecordFilter echo_ = nullptr;           // records also written to standard error
+  LogRecordFilter stderr_filter_ = nullptr;  // records kept when the target is standard error
+  Clock::time_point oldest_;                 // when the first record now in buffer_ was buffered
   bool flusher_running_ = false;
   bool flusher_failed_ = false;
   bool handlers_registered_ = false;
@@ -478,6 +525,18 @@ bool ConfigureLog(const std::string& target, LogFormat format) {
 }
 
 void ResetLogConfiguration() { FileSink::Instance().Reset(); }
+
+void SetLogEcho(LogRecordFilter echo) { FileSink::Instance().SetEcho(echo); }
+
+void SetStderrLogFilter(LogRecordFilter keep) { FileSink::Instance().SetStderrFilter(keep); }
+
+bool IsServiceRecord(const std::string& /*message*/, int32_t level) {
+  return level == kServiceLevel;
+}
+
+bool IsErrorRecord(const std::string& message, int32_t level) {
+  return (level == kImmediateLevel || level == kServiceLevel) && HasErrorPrefix(message);
+}
 
 bool ParseLogFormat(const std::string& name, LogFormat* format) {
   if (name == "text") {

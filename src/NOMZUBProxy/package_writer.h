@@ -5,9 +5,9 @@
 
 #include <string>
 
-#include "NOMSOITypes.h"
 #include "NOMZUBProxy/filter.h"
 #include "NOMZUBProxy/project_model.h"
+#include "win_types.h"
 
 namespace nomzub::proxy {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "NOMSOITypes.h"
+#include "win_types.h"
 
 namespace nomzub {
 

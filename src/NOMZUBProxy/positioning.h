@@ -3,7 +3,7 @@
 #ifndef NOM_NOMZUBPROXY_POSITIONING_H_
 #define NOM_NOMZUBPROXY_POSITIONING_H_
 
-#include "NOMSOITypes.h"
+#include "win_types.h"
 
 namespace nomzub::proxy {
 

@@ -32,9 +32,6 @@ namespace {
 
 std::atomic<DomHook*> g_hook{nullptr};
 
-// Every node kind is kept, and whitespace-only text too, so that saving an unchanged document
-// writes it back as it was. Line ends are kept as they are (no parse_eol).
-constexpr unsigned kParseOptions = (pugi::parse_full | pugi::parse_ws_pcdata) & ~pugi::parse_eol;
 constexpr char kDeclaration[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
 
 HRESULT ConsultHook(DomCall call, const std::string& argument) {
@@ -212,22 +209,18 @@ HRESULT NOMZUBDOMWrapper::OpenDocument(const std::string& path) {
                             nomzub::DescribeWindowsError(error));
     return HRESULT_FROM_WIN32(error);
   }
-  document->line_end = nomzub::LineEndOf(document->buffer);
   nomzub::CheckedDocuments& checked = nomzub::CheckedDocuments::Instance();
   const bool known_good = checked.Contains(document->buffer);
   // The bytes as read, kept for the record of good documents: the parse works in place.
   const bool record = !known_good && checked.Records(document->buffer);
   const std::string bytes = record ? document->buffer : std::string();
-  std::string problem = known_good ? std::string() : nomzub::CheckRawText(document->buffer);
+  // A document in another encoding than UTF-8 is read, checked and parsed in UTF-8.
+  bool converted = false;
+  std::string problem = nomzub::DecodeXmlBytes(&document->buffer, &converted);
   if (problem.empty()) {
-    const pugi::xml_parse_result parsed = document->xml.load_buffer_inplace(
-        document->buffer.data(), document->buffer.size(), nomzub::kParseOptions);
-    if (!parsed) {
-      problem = std::string(parsed.description()) + " at offset " + std::to_string(parsed.offset);
-    } else if (!known_good) {
-      problem = nomzub::CheckTree(document->xml);
-      if (problem.empty() && record) checked.Add(bytes);
-    }
+    document->line_end = nomzub::LineEndOf(document->buffer);
+    problem = nomzub::ParseXmlText(&document->buffer, &document->xml, converted, known_good);
+    if (problem.empty() && record) checked.Add(bytes);
   }
   if (!problem.empty()) {
     nomzub::LogServiceError("Cannot parse XML document " + path + ": " + problem);

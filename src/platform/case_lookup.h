@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "NOMSOITypes.h"
+#include "win_types.h"
 
 namespace nomplat {
 
@@ -35,7 +35,7 @@ std::string ResolveCase(const std::string& root, const std::vector<std::string_v
 
 // ToNativePath (paths.h) that also hands over, in *found, what the look-up learnt of the entry.
 NOM_API bool ToNativePathFound(const std::string& modulePath, std::string* nativePath, DWORD* error,
-                       FoundEntry* found);
+                               FoundEntry* found);
 
 // Keeps the listings current; the POSIX Env calls it after it created a native file or directory.
 void NoteFileCreated(const std::string& nativePath);

@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "NOMSOITypes.h"
+#include "win_types.h"
 
 typedef char16_t OLECHAR;
 // A length-prefixed UTF-16 string as SysAllocStringLen makes it; null is the empty string.

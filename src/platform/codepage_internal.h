@@ -8,7 +8,7 @@
 #include <cstddef>
 #include <string>
 
-#include "NOMSOITypes.h"
+#include "win_types.h"
 
 namespace nomplat {
 

@@ -24,7 +24,7 @@
 #include <functional>
 #include <string>
 
-#include "NOMSOITypes.h"
+#include "win_types.h"
 
 namespace nomplat {
 

@@ -8,8 +8,8 @@
 #include <cstddef>
 #include <utility>
 
-#include "NOMSOITypes.h"
 #include "platform/winerror.h"
+#include "win_types.h"
 
 namespace nomplat {
 

@@ -15,7 +15,7 @@
 #include <memory>
 #include <string>
 
-#include "NOMSOITypes.h"
+#include "win_types.h"
 
 namespace nomplat {
 

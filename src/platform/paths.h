@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "NOMSOITypes.h"
+#include "win_types.h"
 
 namespace nomplat {
 

@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "NOMSOITypes.h"
 #include "platform/codepage.h"
+#include "win_types.h"
 
 namespace nomplat {
 

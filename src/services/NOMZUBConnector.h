@@ -9,7 +9,7 @@
 #include <cstddef>
 #include <string>
 
-#include "NOMSOITypes.h"
+#include "win_types.h"
 
 // COM apartment models; the module asks for the apartment-threaded one.
 enum tagCOINIT {

@@ -5,8 +5,8 @@
 #include <memory>
 #include <string>
 
-#include "NOMSOITypes.h"
 #include "services/XMLDOM.h"
+#include "win_types.h"
 
 class NOM_API NOMZUBDOMWrapper {
  public:

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "NOMSOITypes.h"
+#include "win_types.h"
 
 class NOM_API NOMZUBLog {
  public:
@@ -52,6 +52,24 @@ NOM_API bool FlushLog();
 // missing; a target or format named by the environment that cannot be used is reported on standard
 // error, which then receives the log.
 NOM_API void ResetLogConfiguration();
+// Chooses records by their message and level (the record as logged, before formatting).
+using LogRecordFilter = bool (*)(const std::string& message, int32_t level);
+// While the default sink's target is not standard error, also writes each record for which echo
+// returns true to standard error, exactly as formatted for the target (the same line, timestamp
+// included), in the same blocks and at the same moments as the target gets it, so the echo is
+// never later than the record's flush rules allow. A target that is the file standard error is
+// open on gets no echo (nothing is doubled). null, the default, echoes nothing; records buffered
+// before the call keep the echo they had.
+NOM_API void SetLogEcho(LogRecordFilter echo);
+// While the default sink's target is standard error ("-", or NOMZUB_LOG unset), writes only
+// the records for which keep returns true and drops the others; a log written to a file is never
+// filtered. null, the default, keeps every record.
+NOM_API void SetStderrLogFilter(LogRecordFilter keep);
+// True for a level-2 record: the services' own diagnostics, information and errors alike.
+NOM_API bool IsServiceRecord(const std::string& message, int32_t level);
+// True for an error record: one that starts "****** ERROR" at level 0 (the module's errors) or at
+// level 2 (the services'); false for every other record, level-1 ones included.
+NOM_API bool IsErrorRecord(const std::string& message, int32_t level);
 // Parses "text", "raw" or "jsonl"; false for anything else.
 NOM_API bool ParseLogFormat(const std::string& name, LogFormat* format);
 // Formats one record as the format writes it, newline included; always exactly one line. text:

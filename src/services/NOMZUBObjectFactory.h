@@ -7,7 +7,7 @@
 
 #include <string>
 
-#include "NOMSOITypes.h"
+#include "win_types.h"
 
 class NOM_API NOMIZUBObject {
  public:

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "NOMSOITypes.h"
+#include "win_types.h"
 
 class NOMZUBDOMWrapper;
 

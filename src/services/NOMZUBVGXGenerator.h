@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "NOMSOITypes.h"
+#include "win_types.h"
 
 class NOM_API NOMZUBVGXGenerator {
  public:

@@ -2,7 +2,7 @@
 #ifndef NOM_SERVICES_NOMZUBVGXIDENTCACHE_H_
 #define NOM_SERVICES_NOMZUBVGXIDENTCACHE_H_
 
-#include "NOMSOITypes.h"
+#include "win_types.h"
 
 class NOM_API NOMZUBVGXIdentCache {
  public:

@@ -3,8 +3,8 @@
 #ifndef NOM_SERVICES_XMLDOM_H_
 #define NOM_SERVICES_XMLDOM_H_
 
-#include "NOMSOITypes.h"
 #include "platform/codepage.h"
+#include "win_types.h"
 
 class NOM_API IXMLDOMNode {
  public:

@@ -6,9 +6,9 @@
 #include <string>
 #include <utility>
 
-#include "NOMSOITypes.h"
 #include "platform/codepage.h"
 #include "services/NOMZUBLog.h"
+#include "win_types.h"
 
 namespace nomsoi {
 

@@ -29,6 +29,6 @@ run_refused unset \
 mkdir -p "$WORK/broken/NOMZUBVGXExtractTest"
 echo '<VgxDocument>' >"$WORK/broken/NOMZUBVGXExtractTest/SOI.vgxXml"
 ADL_ODT_IN="$WORK/broken" run_refused malformed \
-  "nomsoi odt: the package '$WORK/broken\\NOMZUBVGXExtractTest\\SOI.vgxXml' is not well-formed XML (expected an XML document); ADL_ODT_IN holds '$WORK/broken' (set --in DIR to the directory that holds NOMZUBVGXExtractTest)" \
+  "nomsoi odt: the package '$WORK/broken\\NOMZUBVGXExtractTest\\SOI.vgxXml' is not well-formed XML: element 'VgxDocument' is not closed at line 1, column 1 (expected an XML document); ADL_ODT_IN holds '$WORK/broken' (set --in DIR to the directory that holds NOMZUBVGXExtractTest)" \
   --out "$out"
 echo "odt_missing: ok"

@@ -38,11 +38,11 @@ printf '<?xml version="1.0"?>\n<VgxDocument>\n  <CLitAssyGroup Ident="ProductLis
   >"$WORK/broken.vgxXml"
 cp "$WORK/broken.vgxXml" "$WORK/broken.copy"
 run_refused malformed_main \
-  "nomsoi pack: --main: '$WORK/broken.vgxXml' is not well-formed XML (expected an XML document)" \
+  "nomsoi pack: --main: '$WORK/broken.vgxXml' is not well-formed XML: element 'CLitAssyGroup' is not closed at line 3, column 3 (expected an XML document)" \
   --main "$WORK/broken.vgxXml" --out "$out"
 cmp "$WORK/broken.copy" "$WORK/broken.vgxXml" || fail "the malformed main document was changed"
 run_refused malformed_view \
-  "nomsoi pack: --view: '$WORK/broken.vgxXml' is not well-formed XML (expected an XML document)" \
+  "nomsoi pack: --view: '$WORK/broken.vgxXml' is not well-formed XML: element 'CLitAssyGroup' is not closed at line 3, column 3 (expected an XML document)" \
   --main "$main" --view "$WORK/broken.vgxXml" --out "$out"
 run_refused missing_view \
   "nomsoi pack: --view: '$ex/package/NoSuch.vgxView' does not exist (expected an XML document)" \

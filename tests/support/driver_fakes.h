@@ -13,12 +13,12 @@
 #include <utility>
 #include <vector>
 
-#include "NOMSOITypes.h"
 #include "services/NOMZUBConnector.h"
 #include "services/NOMZUBDOMWrapper.h"
 #include "services/NOMZUBObjectFactory.h"
 #include "services/NOMZUBVGXGenerator.h"
 #include "support/test_support.h"
+#include "win_types.h"
 
 namespace nomtest {
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "NOMSOITypes.h"
 #include "platform/env.h"
+#include "win_types.h"
 
 namespace nomplat {
 

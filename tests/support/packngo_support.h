@@ -12,13 +12,13 @@
 #include <utility>
 #include <vector>
 
-#include "NOMSOITypes.h"
 #include "NOMSOIUtility.h"
 #include "services/NOMZUBDOMWrapper.h"
 #include "support/driver_package.h"
 #include "support/fault_injection_env.h"
 #include "support/peer.h"
 #include "support/test_support.h"
+#include "win_types.h"
 
 namespace nomtest {
 namespace packngo {

@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "NOMSOITypes.h"
+#include "win_types.h"
 
 namespace nomtest {
 

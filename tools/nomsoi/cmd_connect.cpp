@@ -4,7 +4,6 @@
 
 #include "NOMSOIUtility.h"
 #include "commands.h"
-#include "services/NOMZUBConnector.h"
 
 namespace nomsoi {
 namespace {
@@ -16,11 +15,12 @@ constexpr char kDescription[] =
 
 int RunConnect(const ConnectionOptions& options) {
   NOMSOIUtility utility;
-  const BOOL connected = ConnectToServer(utility, options);
+  const BOOL connected = ConnectToServer(utility, LoginOf(options));
   utility.DisconnectServer();
   if (!connected) return ReportNotConnected("connect", options);
+  if (CurrentVerbosity() == Verbosity::kQuiet) return kExitOk;  // errors only
   std::printf("connected to project '%s' on '%s' as '%s'\n", options.project.c_str(),
-              nomzub::RedactServerUrl(options.server).c_str(), options.login.c_str());
+              RedactedServer(options.server).c_str(), options.login.c_str());
   return kExitOk;
 }
 
@@ -30,7 +30,9 @@ Command SetupConnectCommand(CLI::App& app) {
   auto options = std::make_shared<ConnectionOptions>();
   CLI::App* command = app.add_subcommand("connect", kDescription);
   AddConnectionOptions(*command, *options);
-  return {command, [options] { return RunConnect(*options); }};
+  return {command, [options] { return RunConnect(*options); },
+          "nomsoi connect --server sqlite:plan.db --login planner --password planner --project "
+          "AssemblyLine"};
 }
 
 }  // namespace nomsoi

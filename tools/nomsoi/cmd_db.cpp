@@ -2,7 +2,6 @@
 #include <memory>
 #include <string>
 
-#include "NOMZUBProxy/planning_admin.h"
 #include "commands.h"
 
 namespace nomsoi {
@@ -19,8 +18,8 @@ struct DbOptions {
 };
 
 int RunDb(const DbOptions& options) {
-  const HRESULT result = options.action == "init" ? nomzub::InitPlanningDatabase(options.server)
-                                                  : nomzub::LoadSamplePlanningData(options.server);
+  const HRESULT result = options.action == "init" ? InitPlanningDatabase(options.server)
+                                                  : LoadSampleProject(options.server);
   return ExitForResult("db " + options.action, result);
 }
 
@@ -34,7 +33,8 @@ Command SetupDbCommand(CLI::App& app) {
       ->required()
       ->check(CLI::IsMember({"init", "sample"}));
   AddServerOption(*command, options->server);
-  return {command, [options] { return RunDb(*options); }};
+  return {command, [options] { return RunDb(*options); },
+          "nomsoi db sample --server sqlite:plan.db"};
 }
 
 }  // namespace nomsoi

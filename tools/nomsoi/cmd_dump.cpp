@@ -6,7 +6,6 @@
 #include "NOMSOIUtility.h"
 #include "commands.h"
 #include "packing.h"
-#include "services/NOMZUBVGXGenerator.h"
 
 namespace nomsoi {
 namespace {
@@ -34,19 +33,15 @@ struct DumpOptions {
 
 // Refuses a generator option the generator does not know, with the ones it does.
 int CheckGeneratorOption(const std::string& option) {
-  std::string problem;
-  if (nomzub::IsKnownGeneratorOption(option, &problem)) return kExitOk;
-  std::string known;
-  for (const std::string& name : nomzub::KnownGeneratorOptions())
-    known += (known.empty() ? "" : ", ") + name;
-  return Refuse("dump", "--option: '" + option + "' " + problem + " (known: " + known + ")");
+  const std::string problem = GeneratorOptionProblem(option);
+  return problem.empty() ? kExitOk : Refuse("dump", "--option: " + problem);
 }
 
 int RunDump(DumpOptions options) {
   options.out = FullPath(options.out);
   if (int status = CheckGeneratorOption(options.option)) return status;
   if (int status = CheckOutputDirectory("dump", "--out", options.out)) return status;
-  nomzub::SetMaxObjects(options.max_objects);
+  SetMaxObjects(options.max_objects);
 
   ModuleRun run;
   run.command = "dump";
@@ -58,7 +53,7 @@ int RunDump(DumpOptions options) {
   run.stack_depth = kGeneratedDepth;
   run.call = [&options](HRESULT* result, bool* has_result) {
     NOMSOIUtility utility;
-    if (!ConnectToServer(utility, options.connection)) {
+    if (!ConnectToServer(utility, LoginOf(options.connection))) {
       utility.DisconnectServer();
       return ReportNotConnected("dump", options.connection);
     }
@@ -68,7 +63,7 @@ int RunDump(DumpOptions options) {
     utility.DisconnectServer();
     return 0;
   };
-  return RunModuleSafely(run, options.safety);
+  return RunModuleSafely(run, options.safety).status;
 }
 
 }  // namespace
@@ -102,7 +97,9 @@ Command SetupDumpCommand(CLI::App& app) {
       ->type_name("N")
       ->capture_default_str();
   AddSafetyOptions(*command, options->safety, false);
-  return {command, [options] { return RunDump(*options); }};
+  return {command, [options] { return RunDump(*options); },
+          "nomsoi dump --server sqlite:plan.db --login planner --password planner --project "
+          "AssemblyLine --out soi --position 3D_States --mapping"};
 }
 
 }  // namespace nomsoi

@@ -6,7 +6,6 @@
 #include "NOMSOIUtility.h"
 #include "commands.h"
 #include "packing.h"
-#include "platform/env.h"
 
 namespace nomsoi {
 namespace {
@@ -29,20 +28,18 @@ struct OdtOptions {
 
 // The main document the module opens: $ADL_ODT_IN\NOMZUBVGXExtractTest\SOI.vgxXml.
 std::string OdtPackagePath() {
-  std::string input;
-  nomplat::CurrentEnv()->GetEnvironmentVariable("ADL_ODT_IN", &input);
-  return input + "\\NOMZUBVGXExtractTest\\SOI.vgxXml";
+  const char* input = std::getenv("ADL_ODT_IN");
+  return std::string(input ? input : "") + "\\NOMZUBVGXExtractTest\\SOI.vgxXml";
 }
 
 // Refuses to start when the package's main document is missing or not XML.
 int CheckOdtPackage() {
-  std::string input;
-  const bool set = nomplat::CurrentEnv()->GetEnvironmentVariable("ADL_ODT_IN", &input);
+  const char* input = std::getenv("ADL_ODT_IN");
   const std::string package = OdtPackagePath();
   const std::string problem = XmlDocumentProblem(package);
   if (problem.empty()) return kExitOk;
-  const std::string holds =
-      set ? "ADL_ODT_IN holds '" + input + "'" : std::string("ADL_ODT_IN is not set");
+  const std::string holds = input ? "ADL_ODT_IN holds '" + std::string(input) + "'"
+                                  : std::string("ADL_ODT_IN is not set");
   return Refuse("odt", "the package '" + package + "' " + problem + "; " + holds +
                            " (set --in DIR to the directory that holds NOMZUBVGXExtractTest)");
 }
@@ -66,7 +63,7 @@ int RunOdt(OdtOptions options) {
     utility.DumpVGXPackage_ODT("", options.out, options.light, "", "", options.mapping);
     return 0;
   };
-  return RunModuleSafely(run, options.safety);
+  return RunModuleSafely(run, options.safety).status;
 }
 
 }  // namespace
@@ -86,7 +83,8 @@ Command SetupOdtCommand(CLI::App& app) {
                     "Light mode: do not open the package nor copy its documents");
   command->add_flag("--mapping", options->mapping, "Write Mapping.xml");
   AddSafetyOptions(*command, options->safety, true);
-  return {command, [options] { return RunOdt(*options); }};
+  return {command, [options] { return RunOdt(*options); },
+          "nomsoi odt --in ./odt --out ./odt-out --mapping"};
 }
 
 }  // namespace nomsoi

@@ -2,10 +2,8 @@
 #include <memory>
 #include <string>
 
-#include "NOMSOIUtility.h"
 #include "commands.h"
 #include "packing.h"
-#include "services/NOMZUBVGXGen.h"
 
 namespace nomsoi {
 namespace {
@@ -35,20 +33,7 @@ int RunPack(PackOptions options) {
   }
   if (int status = CheckOutputDirectory("pack", "--out", options.out)) return status;
 
-  ModuleRun run;
-  run.command = "pack";
-  run.walk = PackWalk::kPackNGo;
-  run.main_path = options.main;
-  run.view_path = options.view;
-  run.out = options.out;
-  run.call = [&options](HRESULT* result, bool* has_result) {
-    nomzub::RegisterPackage(options.main, options.view);
-    NOMSOIUtility utility;
-    *result = utility.PackNGo(options.out);
-    *has_result = true;
-    return 0;
-  };
-  return RunModuleSafely(run, options.safety);
+  return RunModuleSafely(PackRun(options.main, options.view, options.out), options.safety).status;
 }
 
 }  // namespace
@@ -65,7 +50,8 @@ Command SetupPackCommand(CLI::App& app) {
       ->type_name("DIR")
       ->required();
   AddSafetyOptions(*command, options->safety, true);
-  return {command, [options] { return RunPack(*options); }};
+  return {command, [options] { return RunPack(*options); },
+          "nomsoi pack --main ./package/SOI.vgxXml --view ./package/SOI.vgxView --out ./package"};
 }
 
 }  // namespace nomsoi

@@ -3,16 +3,64 @@
 #ifndef NOM_TOOLS_NOMSOI_COMMANDS_H_
 #define NOM_TOOLS_NOMSOI_COMMANDS_H_
 
+#include <string>
+#include <vector>
+
 #include "connection.h"
 #include "global_options.h"
 #include "host.h"
-#include "inputs.h"
 
 namespace nomsoi {
 
-// Parses the command line (argv[0] is the program's name), applies the global options and runs
-// the command. Returns the exit status.
+// nomsoi's whole command line: the application with its global options and every command. One
+// definition serves --help, the manual page and the bash completion script, so none of them
+// can describe options the program does not have.
+class CommandLine {
+ public:
+  // Declares the application, its options and its commands; parses nothing.
+  CommandLine();
+  CommandLine(const CommandLine&) = delete;
+  CommandLine& operator=(const CommandLine&) = delete;
+
+  // The application; its subcommands are the commands.
+  CLI::App& app() { return app_; }
+  // The commands, in the order --help lists them.
+  const std::vector<Command>& commands() const { return commands_; }
+  // Parses the command line (argv[0] is the program's name), applies the global options and
+  // runs the command. Returns the exit status: 0 for --help and --version, 2 for a usage error.
+  int Run(int argc, const char* const* argv);
+
+ private:
+  CLI::App app_;
+  GlobalOptions globals_;
+  std::vector<Command> commands_;
+};
+
+// Builds the command line and runs it (CommandLine::Run). Returns the exit status.
 int RunCommandLine(int argc, const char* const* argv);
+
+// "nomsoi <version>", the version being the project's (--version prints it).
+std::string VersionText();
+
+// A documented name and what it means: an exit status, an environment variable.
+struct HelpEntry {
+  std::string name;
+  std::string text;
+};
+// The exit statuses of nomsoi's commands, 0 to 3.
+const std::vector<HelpEntry>& ExitStatuses();
+// The environment variables nomsoi and the libraries read.
+const std::vector<HelpEntry>& EnvironmentVariables();
+
+// The manual page nomsoi(1) in roff with the man macros: NAME, SYNOPSIS, DESCRIPTION, OPTIONS
+// (the global ones, then each command's with its names, value type and description), EXIT
+// STATUS, ENVIRONMENT and EXAMPLES, all taken from line. Never empty.
+std::string ManPage(CommandLine& line);
+// A bash completion script for nomsoi, taken from line: commands, global options, each
+// command's options, file names for FILE values, directories for DIR values, and the allowed
+// words of options and arguments that take one of a set (--log-format, --position, db's
+// action). Registers itself with "complete -F _nomsoi nomsoi".
+std::string BashCompletion(CommandLine& line);
 
 // dump: connect, generate a package from the planning data, Pack & Go, mapping, disconnect.
 Command SetupDumpCommand(CLI::App& app);
@@ -24,6 +72,8 @@ Command SetupPackCommand(CLI::App& app);
 Command SetupDbCommand(CLI::App& app);
 // connect: check that a login reaches a project on the server.
 Command SetupConnectCommand(CLI::App& app);
+// verify: check that a directory holds a self-contained package (verify.h).
+Command SetupVerifyCommand(CLI::App& app);
 
 }  // namespace nomsoi
 

@@ -6,10 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "NOMSOIUtility.h"
 #include "host.h"
-#include "platform/env.h"
-#include "services/NOMZUBConnector.h"
 
 namespace nomsoi {
 namespace {
@@ -27,16 +24,15 @@ std::string ReadPasswordFile(const std::string& path) {
   if (file == nullptr) throw refuse("cannot be read: " + std::string(std::strerror(errno)));
   std::string line;
   int c = 0;
-  while (line.size() <= nomzub::kMaxPasswordBytes + 1 && (c = std::getc(file)) != EOF &&
-         c != '\n') {
+  while (line.size() <= kMaxPasswordBytes + 1 && (c = std::getc(file)) != EOF && c != '\n') {
     line += static_cast<char>(c);
   }
   const int read_error = std::ferror(file) ? errno : 0;
   std::fclose(file);
   if (read_error != 0) throw refuse("cannot be read: " + std::string(std::strerror(read_error)));
   if (!line.empty() && line.back() == '\r') line.pop_back();
-  if (line.size() > nomzub::kMaxPasswordBytes) {
-    throw refuse("holds a first line longer than " + std::to_string(nomzub::kMaxPasswordBytes) +
+  if (line.size() > kMaxPasswordBytes) {
+    throw refuse("holds a first line longer than " + std::to_string(kMaxPasswordBytes) +
                  " bytes (the longest password accepted)");
   }
   return line;
@@ -49,7 +45,10 @@ void ResolvePassword(const CLI::Option& password_option, ConnectionOptions& opti
     options.password = ReadPasswordFile(options.password_file);
     return;
   }
-  if (nomplat::CurrentEnv()->GetEnvironmentVariable(kPasswordVariable, &options.password)) return;
+  if (const char* password = std::getenv(kPasswordVariable)) {
+    options.password = password;
+    return;
+  }
   throw CLI::ValidationError(
       "a password is required: give --password P, --password-file FILE or the environment "
       "variable " +
@@ -95,16 +94,21 @@ void AddConnectionOptions(CLI::App& command, ConnectionOptions& options) {
   command.callback([password, &options] { ResolvePassword(*password, options); });
 }
 
-BOOL ConnectToServer(NOMSOIUtility& utility, const ConnectionOptions& options) {
-  nomzub::SetConfiguredServer(options.server);
-  return utility.ConnectServer(options.login, options.password, options.project, options.filters);
+ServerLogin LoginOf(const ConnectionOptions& options) {
+  ServerLogin login;
+  login.server = options.server;
+  login.login = options.login;
+  login.password = options.password;
+  login.project = options.project;
+  login.filters = options.filters;
+  return login;
 }
 
 int ReportNotConnected(const std::string& command, const ConnectionOptions& options) {
   std::fprintf(stderr,
                "nomsoi %s: not connected to %s (login %s, project %s); the log says which step "
                "failed and why\n",
-               command.c_str(), Quoted(nomzub::RedactServerUrl(options.server)).c_str(),
+               command.c_str(), Quoted(RedactedServer(options.server)).c_str(),
                Quoted(options.login).c_str(), Quoted(options.project).c_str());
   return kExitFailed;
 }

@@ -6,7 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <string>
 
-#include "NOMSOITypes.h"
+#include "NOMSOIHost.h"
 
 class NOMSOIUtility;
 
@@ -31,8 +31,8 @@ void AddServerOption(CLI::App& command, std::string& server);
 // whose first line is longer than nomzub::kMaxPasswordBytes, is a usage error (exit 2) naming
 // the three ways or the file.
 void AddConnectionOptions(CLI::App& command, ConnectionOptions& options);
-// Points the connector at the server and calls ConnectServer; returns its result (1: connected).
-BOOL ConnectToServer(NOMSOIUtility& utility, const ConnectionOptions& options);
+// The login the options name, for ConnectToServer.
+ServerLogin LoginOf(const ConnectionOptions& options);
 // Says on standard error that the connection failed (the server shown with its password hidden)
 // and returns kExitFailed.
 int ReportNotConnected(const std::string& command, const ConnectionOptions& options);

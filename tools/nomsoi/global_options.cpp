@@ -1,32 +1,17 @@
-// The options every command of nomsoi takes: the log, the code page, the drive and share maps.
+// The options every command of nomsoi takes: the log, how much is said on standard error, the code
+// page, the drive and share maps.
 #include "global_options.h"
 
 #include <cctype>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <system_error>
-
-#include "platform/codepage.h"
-#include "platform/env.h"
-#include "platform/paths.h"
-#include "services/NOMZUBLog.h"
 
 namespace nomsoi {
 namespace {
 
 namespace fs = std::filesystem;
-
-// Where the log goes after ApplyGlobalOptions, so that the progress line can share standard error
-// with it.
-struct LogDestination {
-  bool on_stderr = true;
-  nomzub::LogFormat format = nomzub::LogFormat::kText;
-};
-
-LogDestination& CurrentLogDestination() {
-  static LogDestination destination;
-  return destination;
-}
 
 std::string ExistingDirectoryProblem(const std::string& dir) {
   std::error_code ec;
@@ -72,31 +57,38 @@ std::string ShareMappingProblem(const std::string& value) {
   return ExistingDirectoryProblem(mapping.dir);
 }
 
+// The log's target and format: an option given overrides its environment variable; with
+// neither option the log stays as the environment configured it.
 int ApplyLogOptions(const GlobalOptions& options) {
   const bool log_given = options.log_option->count() > 0;
   const bool format_given = options.log_format_option->count() > 0;
-  nomplat::Env* env = nomplat::CurrentEnv();
-  std::string env_target, env_format;
-  env->GetEnvironmentVariable("NOMZUB_LOG", &env_target);
-  env->GetEnvironmentVariable("NOMZUB_LOG_FORMAT", &env_format);
-  const std::string target = log_given ? options.log : env_target;
-  LogDestination& destination = CurrentLogDestination();
-  const std::string format_name = format_given ? options.log_format : env_format;
-  if (!nomzub::ParseLogFormat(format_name, &destination.format))
-    destination.format = nomzub::LogFormat::kText;
-  destination.on_stderr = target.empty() || target == "-";
   if (!log_given && !format_given) return kExitOk;
-  if (nomzub::ConfigureLog(destination.on_stderr ? "-" : target, destination.format))
-    return kExitOk;
-  const std::string source = log_given ? "--log" : "NOMZUB_LOG";
-  std::fprintf(stderr, "nomsoi: %s: cannot open %s for appending (expected a writable file)\n",
-               source.c_str(), Quoted(target).c_str());
+  const char* env_target = std::getenv("NOMZUB_LOG");
+  const char* env_format = std::getenv("NOMZUB_LOG_FORMAT");
+  const std::string target = log_given ? options.log : env_target ? env_target : "";
+  LogFormat format = LogFormat::kText;
+  ParseLogFormat(format_given ? options.log_format : env_format ? env_format : "", &format);
+  const std::string problem = ConfigureLog(target, format);
+  if (problem.empty()) return kExitOk;
+  std::fprintf(stderr, "nomsoi: %s: %s\n", log_given ? "--log" : "NOMZUB_LOG", problem.c_str());
   return kExitUsage;
 }
 
 }  // namespace
 
 void AddGlobalOptions(CLI::App& app, GlobalOptions& options) {
+  CLI::Option* quiet = app.add_flag(
+      "-q,--quiet", options.quiet,
+      "Errors only: no summary or progress line when a command succeeds, and of a log on "
+      "standard error only the error records (\"****** ERROR\" at level 0 from the module, at "
+      "level 2 from the services); refusals, failures, missing files and their summary are still "
+      "shown. A log written to a file (--log FILE) is never filtered");
+  CLI::Option* verbose = app.add_flag(
+      "-v,--verbose", options.verbose,
+      "Also write the services' level-2 log records (their causes and information) to standard "
+      "error when the log goes to a file, as the file gets them (on standard error the log has "
+      "them already)");
+  quiet->excludes(verbose);
   options.log_option =
       app.add_option("--log", options.log,
                      "Append the log to FILE (\"-\": standard error, the default; overrides "
@@ -129,23 +121,24 @@ void AddGlobalOptions(CLI::App& app, GlobalOptions& options) {
 }
 
 int ApplyGlobalOptions(const GlobalOptions& options) {
-  if (options.code_page_option->count() > 0 &&
-      !nomplat::SetACP(static_cast<UINT>(options.code_page))) {
-    std::fprintf(stderr,
-                 "nomsoi: --code-page: %d is not supported (expected 65001, 1252, 932, 936, 949, "
-                 "950 or another single-byte code page that iconv knows)\n",
-                 options.code_page);
-    return kExitUsage;
+  SetVerbosity(options.quiet     ? Verbosity::kQuiet
+               : options.verbose ? Verbosity::kVerbose
+                                 : Verbosity::kNormal);
+  if (options.code_page_option->count() > 0) {
+    const std::string problem = SetCodePage(static_cast<uint32_t>(options.code_page));
+    if (!problem.empty()) {
+      std::fprintf(stderr, "nomsoi: --code-page: %s\n", problem.c_str());
+      return kExitUsage;
+    }
   }
-  for (const std::string& drive : options.drives) nomplat::MapDrive(drive[0], drive.substr(2));
+  // The values were checked when the command line was parsed.
+  for (const std::string& drive : options.drives) MapDrive(drive[0], drive.substr(2));
   for (const std::string& share : options.shares) {
     ShareMapping mapping;
     ParseShareMapping(share, &mapping);
-    nomplat::MapShare(mapping.prefix, mapping.dir);
+    MapShare(mapping.prefix, mapping.dir);
   }
   return ApplyLogOptions(options);
 }
-
-bool LogGoesToStderr() { return CurrentLogDestination().on_stderr; }
 
 }  // namespace nomsoi

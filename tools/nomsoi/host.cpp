@@ -1,16 +1,13 @@
 // The exit status of nomsoi's commands and their refusals.
 #include "host.h"
 
-#include <unistd.h>
-
 #include <cstdio>
-
-#include "platform/fd.h"
 
 namespace nomsoi {
 
-void WriteToStderr(const std::string& text) {
-  nomplat::WriteAll(STDERR_FILENO, text.data(), text.size());
+void Inform(const std::string& text) {
+  if (CurrentVerbosity() == Verbosity::kQuiet) return;
+  std::fputs(text.c_str(), stderr);
 }
 
 int ExitForResult(const std::string& command, HRESULT hr) {

@@ -6,22 +6,18 @@
 #include <functional>
 #include <string>
 
-#include "NOMSOITypes.h"
+#include "NOMSOIHost.h"
 
 namespace nomsoi {
-
-// Exit status of the host: every referenced file is in the output; a copy or save failed, the
-// module failed for another cause or the server refused the connection; the command line or an
-// input was refused before the module ran. (3, references missing, is in outcome.h.)
-constexpr int kExitOk = 0;
-constexpr int kExitFailed = 1;
-constexpr int kExitUsage = 2;
 
 // One command of the host: its parsed sub-application and what runs it. run returns the exit
 // status.
 struct Command {
   CLI::App* app;
   std::function<int()> run;
+  // A real invocation of the command ("nomsoi pack --main ..."): the "Example:" line of its
+  // --help and its entry in the manual page's EXAMPLES.
+  std::string example;
 };
 
 // Exit status for a result of the module: kExitOk when hr is not negative, else kExitFailed after
@@ -29,8 +25,9 @@ struct Command {
 int ExitForResult(const std::string& command, HRESULT hr);
 // text between single quotes, as messages name paths and values.
 inline std::string Quoted(const std::string& text) { return "'" + text + "'"; }
-// Writes all of text to standard error (no buffering: it may interleave with log records).
-void WriteToStderr(const std::string& text);
+// Writes all of text to standard error unless the verbosity is quiet: the host's informational
+// output (a command's closing line on success).
+void Inform(const std::string& text);
 // Prints "nomsoi <command>: <message>" on standard error and returns kExitUsage.
 int Refuse(const std::string& command, const std::string& message);
 
