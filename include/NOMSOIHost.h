@@ -343,6 +343,46 @@ struct VerifyResult {
 // wrapper, which logs why one cannot be parsed; writes nothing.
 NOM_API VerifyResult VerifyPackage(const std::string& dir);
 
+// ---- Preview ------------------------------------------------------------------------------
+
+// A product whose geometry the preview could not show; a marked placeholder box stands in its
+// place.
+struct PreviewGeometryIssue {
+  std::string product;   // the product document's file name in the directory
+  std::string geometry;  // the geometry file's name ("P-BOLT.vgxGeom")
+  std::string problem;   // "missing", or what is wrong with the file or the product document
+};
+
+struct PreviewResult {
+  // Set when no preview was written: the directory or its main document cannot be read, the
+  // product structure is cyclic or too large, or the files cannot be written. Else empty.
+  std::string problem;
+  // The package's name (the main document's Name), "" when it has none.
+  std::string package;
+  // Placed product instances (every CLitAssyGroup with an IsInstanceOf, however deep).
+  uint64_t instances = 0;
+  // Distinct product documents the instances refer to.
+  uint64_t products = 0;
+  // Products shown as placeholders, in the order first met; each product once.
+  std::vector<PreviewGeometryIssue> missing;
+  // The files written: "<dir>/preview.glb" and "<dir>/preview.html" (native paths); empty when
+  // problem is set.
+  std::string glb_path;
+  std::string html_path;
+};
+
+// Reads the package in dir (a module path; drive and share maps apply): the main document
+// SOI.vgxXml, the product documents its IsInstanceOf attributes name (bare names in dir; a path
+// is reduced to its file name) and each product document's .vgxGeom geometry (binary glTF 2.0).
+// Writes dir/preview.glb, one glTF scene with the product hierarchy as named nodes, each instance
+// placed by its Placement (a simulation position for the same ident path replaces it; the last 3D
+// state of an ident path sets its visibility), each product's meshes written once and shared by
+// its instances; and dir/preview.html, a page that shows that scene with no network access.
+// Missing or damaged geometry becomes a placeholder box listed in missing; a damaged geometry file
+// is never read out of its bounds. On failure sets problem, writes nothing and logs the cause at
+// level 2.
+NOM_API PreviewResult WritePreview(const std::string& dir);
+
 }  // namespace nomsoi
 
 #endif  // NOMSOI_HOST_H_

@@ -4,10 +4,15 @@
 // of a generated package.
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstring>
 #include <deque>
 #include <filesystem>
+#include <map>
+#include <nlohmann/json.hpp>
 #include <pugixml.hpp>
 #include <set>
+#include <sstream>
 
 #include "NOMSOIUtility.h"
 #include "NOMZUBProxy/planning_admin.h"
@@ -121,6 +126,67 @@ std::string GlbJson(const std::string& path, bool has_binary) {
     EXPECT_EQ(bin_at, data.size()) << path;
   }
   return data.substr(20, json_length);
+}
+
+// A GLB file read back: its JSON document and its binary chunk ("" when it has none).
+struct Glb {
+  nlohmann::json json;
+  std::string bin;
+};
+
+Glb ReadGlb(const std::string& path) {
+  std::string data = ReadFile(path);
+  Glb glb;
+  if (data.size() < 20) {
+    ADD_FAILURE() << path << " is too short for a GLB file";
+    return glb;
+  }
+  const size_t bin_at = 20 + U32(data, 12);
+  glb.json = nlohmann::json::parse(GlbJson(path, bin_at < data.size()));
+  if (bin_at + 8 <= data.size()) glb.bin = data.substr(bin_at + 8, U32(data, bin_at));
+  return glb;
+}
+
+// The bytes of accessor index of glb, checked to lie inside its buffer view and the binary chunk.
+std::string AccessorBytes(const Glb& glb, int index, size_t element_size) {
+  const nlohmann::json& accessor = glb.json["accessors"][index];
+  const nlohmann::json& view = glb.json["bufferViews"][accessor["bufferView"].get<int>()];
+  const size_t offset = view["byteOffset"].get<size_t>();
+  const size_t length = view["byteLength"].get<size_t>();
+  EXPECT_EQ(accessor["count"].get<size_t>() * element_size, length) << accessor.dump();
+  EXPECT_LE(offset + length, glb.bin.size());
+  if (offset + length > glb.bin.size()) return "";
+  return glb.bin.substr(offset, length);
+}
+
+// The values of a float VEC3 accessor, three per element.
+std::vector<float> Floats(const Glb& glb, int index) {
+  EXPECT_EQ(glb.json["accessors"][index]["componentType"], 5126);
+  EXPECT_EQ(glb.json["accessors"][index]["type"], "VEC3");
+  std::string bytes = AccessorBytes(glb, index, 12);
+  std::vector<float> values(bytes.size() / 4);
+  if (!bytes.empty()) std::memcpy(values.data(), bytes.data(), bytes.size());
+  return values;
+}
+
+// The values of an unsigned int SCALAR accessor.
+std::vector<uint32_t> Indices(const Glb& glb, int index) {
+  EXPECT_EQ(glb.json["accessors"][index]["componentType"], 5125);
+  EXPECT_EQ(glb.json["accessors"][index]["type"], "SCALAR");
+  std::string bytes = AccessorBytes(glb, index, 4);
+  std::vector<uint32_t> values(bytes.size() / 4);
+  if (!bytes.empty()) std::memcpy(values.data(), bytes.data(), bytes.size());
+  return values;
+}
+
+const nlohmann::json& Primitive(const Glb& glb) { return glb.json["meshes"][0]["primitives"][0]; }
+
+// The numbers of a blank-separated attribute value.
+std::vector<double> Numbers(const std::string& text) {
+  std::istringstream in(text);
+  std::vector<double> values;
+  for (double v; in >> v;) values.push_back(v);
+  return values;
 }
 
 bool Contains(const std::string& text, const std::string& part) {
@@ -282,8 +348,8 @@ TEST_F(GeneratorTest, Generate_ViewFileNamesViewsAndMainDocument) {
   EXPECT_EQ(idents.front(), "V01");
   EXPECT_EQ(idents.back(), "V10");
   pugi::xml_node camera = root.child("View").child("Camera");
-  EXPECT_STREQ(camera.attribute("Eye").value(), "3 -4 2.5");
-  EXPECT_STREQ(camera.attribute("Target").value(), "2.5 0 1");
+  EXPECT_STREQ(camera.attribute("Eye").value(), "4.7936 -8.2204 5.0872");
+  EXPECT_STREQ(camera.attribute("Target").value(), "2.5 -0.575 0.5");
 }
 
 TEST_F(GeneratorTest, Generate_ProductDocumentListsItsStructure) {
@@ -322,9 +388,10 @@ TEST_F(GeneratorTest, Geometry_MeshIsValidGlb) {
   std::string bolt = GlbJson(cache_ + "/P-BOLT.vgxGeom", true);
   EXPECT_TRUE(Contains(bolt, "\"asset\":{\"version\":\"2.0\""));
   EXPECT_TRUE(Contains(bolt, "\"name\":\"Bolt M8\""));
-  EXPECT_TRUE(Contains(bolt, "\"count\":18,\"type\":\"VEC3\""));
+  // Smooth sides (one vertex per side corner), crisp caps (their own vertices): 16 + 18.
+  EXPECT_TRUE(Contains(bolt, "\"count\":34,\"type\":\"VEC3\""));
   EXPECT_TRUE(Contains(bolt, "\"count\":96,\"type\":\"SCALAR\""));
-  EXPECT_TRUE(Contains(bolt, "\"buffers\":[{\"byteLength\":600}]"));  // 18*12 + 96*4
+  EXPECT_TRUE(Contains(bolt, "\"buffers\":[{\"byteLength\":1200}]"));  // 2*34*12 + 96*4
   std::string leg = GlbJson(cache_ + "/P-LEG.vgxGeom", true);
   EXPECT_TRUE(Contains(leg, "\"min\":[-0.03,-0.03,0],\"max\":[0.03,0.03,0.9]"));
 }
@@ -332,8 +399,250 @@ TEST_F(GeneratorTest, Geometry_MeshIsValidGlb) {
 TEST_F(GeneratorTest, Geometry_ProductWithoutMeshIsValidGlb) {
   ConnectAndGenerate();
   std::string line = GlbJson(cache_ + "/P-LINE.vgxGeom", false);
-  EXPECT_TRUE(Contains(line, "\"nodes\":[{\"name\":\"Assembly line\"}]"));
+  EXPECT_TRUE(Contains(line, "\"scenes\":[{\"name\":\"P-LINE\"}]"));
+  EXPECT_FALSE(Contains(line, "\"nodes\""));
   EXPECT_FALSE(Contains(line, "\"meshes\""));
+  EXPECT_FALSE(Contains(line, "\"materials\""));
+}
+
+TEST_F(GeneratorTest, Geometry_NormalsPresentAndUnitLength) {
+  ConnectAndGenerate();
+  int files = 0;
+  for (const std::string& oid : kProductOids) {
+    Glb glb = ReadGlb(cache_ + "/" + oid + ".vgxGeom");
+    if (!glb.json.contains("meshes")) continue;
+    ++files;
+    const nlohmann::json& attributes = Primitive(glb)["attributes"];
+    ASSERT_TRUE(attributes.contains("NORMAL")) << oid;
+    std::vector<float> normals = Floats(glb, attributes["NORMAL"].get<int>());
+    ASSERT_FALSE(normals.empty()) << oid;
+    for (size_t i = 0; i + 2 < normals.size(); i += 3) {
+      float length = std::sqrt(normals[i] * normals[i] + normals[i + 1] * normals[i + 1] +
+                               normals[i + 2] * normals[i + 2]);
+      EXPECT_NEAR(length, 1.0f, 1e-5f) << oid << " normal " << i / 3;
+    }
+  }
+  EXPECT_EQ(files, 15);
+}
+
+TEST_F(GeneratorTest, Geometry_BoxNormalsAreCrispAndPointOutward) {
+  ConnectAndGenerate();
+  Glb leg = ReadGlb(cache_ + "/P-LEG.vgxGeom");
+  std::vector<float> positions = Floats(leg, Primitive(leg)["attributes"]["POSITION"].get<int>());
+  std::vector<float> normals = Floats(leg, Primitive(leg)["attributes"]["NORMAL"].get<int>());
+  ASSERT_EQ(normals.size(), positions.size());
+  EXPECT_EQ(positions.size(), 24u * 3);  // each corner split into its three faces
+  const float centre[3] = {0, 0, 0.45f};
+  for (size_t i = 0; i + 2 < normals.size(); i += 3) {
+    // Each normal is a face's axis, pointing away from the box's centre.
+    int axes = 0;
+    float outward = 0;
+    for (int k = 0; k < 3; ++k) {
+      if (std::fabs(normals[i + k]) > 0.999f) ++axes;
+      outward += normals[i + k] * (positions[i + k] - centre[k]);
+    }
+    EXPECT_EQ(axes, 1) << "vertex " << i / 3;
+    EXPECT_GT(outward, 0) << "vertex " << i / 3;
+  }
+}
+
+TEST_F(GeneratorTest, Geometry_CylinderSideNormalsAreRadial) {
+  ConnectAndGenerate();
+  Glb shaft = ReadGlb(cache_ + "/P-SHAFT.vgxGeom");
+  std::vector<float> positions =
+      Floats(shaft, Primitive(shaft)["attributes"]["POSITION"].get<int>());
+  std::vector<float> normals = Floats(shaft, Primitive(shaft)["attributes"]["NORMAL"].get<int>());
+  ASSERT_EQ(normals.size(), positions.size());
+  int radial = 0;
+  for (size_t i = 0; i + 2 < normals.size(); i += 3) {
+    if (std::fabs(normals[i + 2]) > 0.999f) continue;  // a cap's
+    EXPECT_NEAR(normals[i + 2], 0, 1e-6) << "vertex " << i / 3;
+    float r = std::hypot(positions[i], positions[i + 1]);
+    EXPECT_NEAR(normals[i], positions[i] / r, 1e-5) << "vertex " << i / 3;
+    EXPECT_NEAR(normals[i + 1], positions[i + 1] / r, 1e-5) << "vertex " << i / 3;
+    ++radial;
+  }
+  EXPECT_EQ(radial, 24);  // 12 segments, bottom and top
+}
+
+TEST_F(GeneratorTest, Geometry_AccessorCountsConsistent) {
+  ConnectAndGenerate();
+  for (const std::string& oid : kProductOids) {
+    Glb glb = ReadGlb(cache_ + "/" + oid + ".vgxGeom");
+    if (!glb.json.contains("meshes")) continue;
+    const nlohmann::json& primitive = Primitive(glb);
+    const int position = primitive["attributes"]["POSITION"].get<int>();
+    std::vector<float> positions = Floats(glb, position);
+    std::vector<float> normals = Floats(glb, primitive["attributes"]["NORMAL"].get<int>());
+    std::vector<uint32_t> indices = Indices(glb, primitive["indices"].get<int>());
+    EXPECT_EQ(glb.json["buffers"][0]["byteLength"].get<size_t>(), glb.bin.size()) << oid;
+    EXPECT_EQ(normals.size(), positions.size()) << oid;
+    EXPECT_EQ(indices.size() % 3, 0u) << oid;
+    const size_t vertices = positions.size() / 3;
+    for (uint32_t i : indices) EXPECT_LT(i, vertices) << oid;
+    // POSITION's bounds are those of its data.
+    for (int k = 0; k < 3; ++k) {
+      float lo = positions[k], hi = positions[k];
+      for (size_t i = k; i < positions.size(); i += 3) {
+        lo = std::min(lo, positions[i]);
+        hi = std::max(hi, positions[i]);
+      }
+      EXPECT_EQ(glb.json["accessors"][position]["min"][k].get<float>(), lo) << oid;
+      EXPECT_EQ(glb.json["accessors"][position]["max"][k].get<float>(), hi) << oid;
+    }
+  }
+}
+
+TEST_F(GeneratorTest, Geometry_MaterialHasClassColour) {
+  ConnectAndGenerate();
+  const std::map<std::string, std::pair<std::string, std::vector<float>>> expected = {
+      {"P-FIXTURE", {"fixture", {0.95f, 0.42f, 0.08f, 1}}},
+      {"P-CLAMP", {"fixture", {0.95f, 0.42f, 0.08f, 1}}},
+      {"P-ROLLER", {"conveyor", {0.70f, 0.72f, 0.75f, 1}}},
+      {"P-FRAME", {"structure", {0.30f, 0.40f, 0.52f, 1}}},
+      {"P-TOP", {"structure", {0.30f, 0.40f, 0.52f, 1}}},
+      {"P-BOLT", {"fastener", {0.80f, 0.80f, 0.78f, 1}}},
+      {"R-ROBOT", {"resource", {0.96f, 0.74f, 0.10f, 1}}},
+      {"C-HALL", {"context", {0.62f, 0.62f, 0.60f, 1}}}};
+  for (const auto& [oid, material] : expected) {
+    Glb glb = ReadGlb(cache_ + "/" + oid + ".vgxGeom");
+    ASSERT_TRUE(glb.json.contains("materials")) << oid;
+    ASSERT_EQ(glb.json["materials"].size(), 1u) << oid;
+    EXPECT_EQ(Primitive(glb)["material"], 0) << oid;
+    EXPECT_EQ(glb.json["materials"][0]["name"], material.first) << oid;
+    EXPECT_EQ(glb.json["materials"][0]["pbrMetallicRoughness"]["baseColorFactor"]
+                  .get<std::vector<float>>(),
+              material.second)
+        << oid;
+  }
+}
+
+// The gearbox's parts with a mesh, in OID order, take the part colours in turn.
+TEST_F(GeneratorTest, Geometry_PartsTakePartColoursInTurn) {
+  ConnectAndGenerate();
+  const Strings parts = {"P-COVER", "P-HOUSING", "P-SHAFT"};
+  std::set<std::vector<float>> colours;
+  for (size_t i = 0; i < parts.size(); ++i) {
+    Glb glb = ReadGlb(cache_ + "/" + parts[i] + ".vgxGeom");
+    ASSERT_TRUE(glb.json.contains("materials")) << parts[i];
+    EXPECT_EQ(glb.json["materials"][0]["name"], "part." + std::to_string(i)) << parts[i];
+    colours.insert(glb.json["materials"][0]["pbrMetallicRoughness"]["baseColorFactor"]
+                       .get<std::vector<float>>());
+  }
+  EXPECT_EQ(colours.size(), parts.size());
+}
+
+TEST_F(GeneratorTest, Geometry_RootNodeRotationMakesYUp) {
+  ConnectAndGenerate();
+  Glb glb = ReadGlb(cache_ + "/R-HOIST.vgxGeom");
+  ASSERT_EQ(glb.json["scenes"][0]["nodes"], nlohmann::json::array({0}));
+  std::vector<double> q = glb.json["nodes"][0]["rotation"].get<std::vector<double>>();
+  ASSERT_EQ(q.size(), 4u);
+  EXPECT_NEAR(q[0] * q[0] + q[1] * q[1] + q[2] * q[2] + q[3] * q[3], 1, 1e-6);
+  // v' = v + 2w (u x v) + 2 u x (u x v) for q = (u, w): the package's up, Z, becomes glTF's, Y.
+  auto rotate = [&](const double v[3], double out[3]) {
+    const double u[3] = {q[0], q[1], q[2]}, w = q[3];
+    double t[3] = {2 * (u[1] * v[2] - u[2] * v[1]), 2 * (u[2] * v[0] - u[0] * v[2]),
+                   2 * (u[0] * v[1] - u[1] * v[0])};
+    out[0] = v[0] + w * t[0] + (u[1] * t[2] - u[2] * t[1]);
+    out[1] = v[1] + w * t[1] + (u[2] * t[0] - u[0] * t[2]);
+    out[2] = v[2] + w * t[2] + (u[0] * t[1] - u[1] * t[0]);
+  };
+  const double up[3] = {0, 0, 1}, line[3] = {1, 0, 0};
+  double up_after[3], line_after[3];
+  rotate(up, up_after);
+  rotate(line, line_after);
+  EXPECT_NEAR(up_after[0], 0, 1e-6);
+  EXPECT_NEAR(up_after[1], 1, 1e-6);
+  EXPECT_NEAR(up_after[2], 0, 1e-6);
+  EXPECT_NEAR(line_after[0], 1, 1e-6);  // X stays X
+  // The hoist's 2.5 m column stands upright: its height is along Z in the file.
+  EXPECT_EQ(glb.json["accessors"][0]["max"][2].get<float>(), 2.5f);
+}
+
+TEST_F(GeneratorTest, Geometry_NodeNamedAfterIdent) {
+  ConnectAndGenerate();
+  Glb glb = ReadGlb(cache_ + "/P-ROLLER.vgxGeom");
+  ASSERT_EQ(glb.json["nodes"].size(), 1u);
+  EXPECT_EQ(glb.json["nodes"][0]["name"], "P-ROLLER");
+  EXPECT_EQ(glb.json["nodes"][0]["mesh"], 0);
+  EXPECT_EQ(glb.json["scenes"][0]["name"], "P-ROLLER");
+  EXPECT_EQ(glb.json["meshes"][0]["name"], "Roller");
+}
+
+// Where a view's camera aims, against the placed centre of its object worked out from the
+// sample's layout.
+TEST_F(GeneratorTest, View_CameraAimsAtItsProduct) {
+  ConnectAndGenerate();
+  pugi::xml_document view = Parse(soi_ + "/SOI.vgxView");
+  std::map<std::string, std::pair<std::vector<double>, std::vector<double>>> cameras;
+  for (pugi::xml_node v : view.document_element().children("View")) {
+    cameras[v.attribute("Ident").value()] = {
+        Numbers(v.child("Camera").attribute("Eye").value()),
+        Numbers(v.child("Camera").attribute("Target").value())};
+  }
+  ASSERT_EQ(cameras.size(), 10u);
+  // The line: tables from x -0.6 to 5.6, the conveyor's frame to y -1.55, the bolts' heads at 1 m.
+  // The housing (0.3 x 0.2 x 0.15) on the fixture of station 1, 0.96 m up; the shaft (0.35 long)
+  // 5 cm above the housing's base; the hoist's 2.5 m column at (6, 1).
+  const std::map<std::string, std::vector<double>> targets = {{"V01", {2.5, -0.575, 0.5}},
+                                                              {"V02", {0, 0, 1.035}},
+                                                              {"V04", {0, 0, 1.185}},
+                                                              {"V10", {6, 1, 1.25}}};
+  for (const auto& [ident, target] : targets) {
+    const auto& [eye, aim] = cameras[ident];
+    ASSERT_EQ(aim.size(), 3u) << ident;
+    ASSERT_EQ(eye.size(), 3u) << ident;
+    for (int k = 0; k < 3; ++k) EXPECT_NEAR(aim[k], target[k], 1e-3) << ident << " axis " << k;
+    // The eye looks at it from above, from a distance.
+    EXPECT_GT(eye[2], aim[2]) << ident;
+    EXPECT_GT(std::hypot(eye[0] - aim[0], eye[1] - aim[1], eye[2] - aim[2]), 0.1) << ident;
+  }
+}
+
+TEST_F(GeneratorTest, Sample_RollersLieAcrossTheLine) {
+  ConnectAndGenerate();
+  // The roller's axis, its longest extent, is Y ...
+  Glb roller = ReadGlb(cache_ + "/P-ROLLER.vgxGeom");
+  std::vector<float> min = roller.json["accessors"][0]["min"].get<std::vector<float>>();
+  std::vector<float> max = roller.json["accessors"][0]["max"].get<std::vector<float>>();
+  ASSERT_EQ(min.size(), 3u);
+  ASSERT_EQ(max.size(), 3u);
+  EXPECT_NEAR(max[1] - min[1], 0.6, 1e-6);
+  EXPECT_NEAR(max[0] - min[0], 0.06, 1e-6);
+  EXPECT_NEAR(max[2] - min[2], 0.06, 1e-6);
+  // ... and every roller is placed unturned (or half turned) about Z, so it lies across the line
+  // (X), resting on the frame's top at 0.7 m.
+  pugi::xml_document conveyor = Parse(Doc("P-CONVEYOR"));
+  int rollers = 0;
+  for (pugi::xml_node child : conveyor.document_element().children("CLitAssyGroup")) {
+    if (std::string(child.attribute("OID").value()) != "P-ROLLER") continue;
+    std::vector<double> m = Numbers(child.attribute("Placement").value());
+    ASSERT_EQ(m.size(), 12u);
+    EXPECT_NEAR(std::fabs(m[0]), 1, 1e-9);
+    EXPECT_NEAR(m[1], 0, 1e-9);
+    EXPECT_NEAR(m[11] + min[2], 0.7, 1e-6);
+    ++rollers;
+  }
+  EXPECT_EQ(rollers, 6);
+}
+
+TEST_F(GeneratorTest, Sample_StationsStandAlongTheLine) {
+  ConnectAndGenerate();
+  pugi::xml_document line = Parse(Doc("P-LINE"));
+  std::vector<std::vector<double>> stations;
+  for (pugi::xml_node child : line.document_element().children("CLitAssyGroup")) {
+    if (std::string(child.attribute("OID").value()) == "P-STATION") {
+      stations.push_back(Numbers(child.attribute("Placement").value()));
+    }
+  }
+  ASSERT_EQ(stations.size(), 3u);
+  for (size_t i = 1; i < stations.size(); ++i) {
+    ASSERT_EQ(stations[i].size(), 12u);
+    EXPECT_GT(stations[i][9], stations[i - 1][9] + 1.2);  // apart by more than a table's length
+    EXPECT_EQ(stations[i][10], stations[0][10]);
+    EXPECT_EQ(stations[i][11], stations[0][11]);
+  }
 }
 
 TEST_F(GeneratorTest, Option_RelativeForm) {

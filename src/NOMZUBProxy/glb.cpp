@@ -1,13 +1,18 @@
 // GLB layout: a 12-byte header ("glTF", version 2, total length), a JSON chunk padded with blanks
-// to four bytes, and a binary chunk (vertex positions, then indices) padded with zeros. The JSON
+// to four bytes, and a binary chunk (vertex positions, normals, then indices) padded with zeros.
+// The JSON
 // chunk is built as an nlohmann::ordered_json document, so its members keep the order they are
 // added in.
 #include "NOMZUBProxy/glb.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
+#include <cmath>
 #include <cstring>
+#include <map>
 #include <nlohmann/json.hpp>
+#include <tuple>
 
 #include "services/NOMZUBLog.h"
 
@@ -37,10 +42,10 @@ void AppendFloat(std::string& out, float f) {
 
 // The smallest (pick_max false) or largest coordinates of the mesh as [x, y, z]; glTF requires
 // both bounds on POSITION accessors.
-Json Bound(const Mesh& mesh, bool pick_max) {
-  float b[3] = {mesh.positions[0], mesh.positions[1], mesh.positions[2]};
-  for (size_t i = 0; i < mesh.positions.size(); ++i) {
-    float v = mesh.positions[i];
+Json Bound(const std::vector<float>& positions, bool pick_max) {
+  float b[3] = {positions[0], positions[1], positions[2]};
+  for (size_t i = 0; i < positions.size(); ++i) {
+    float v = positions[i];
     b[i % 3] = pick_max ? std::max(b[i % 3], v) : std::min(b[i % 3], v);
   }
   return Json::array({b[0], b[1], b[2]});
@@ -107,49 +112,143 @@ void AppendChunk(std::string& out, uint32_t type, std::string data, char pad) {
 
 }  // namespace
 
-std::string BuildGlb(const std::string& name, const Mesh* mesh) {
-  const bool has_mesh = mesh != nullptr && !mesh->positions.empty();
-  const std::string node_name = WellFormed(name);
+const float kZUpToYUp[4] = {-0.70710677f, 0.0f, 0.0f, 0.70710677f};
+
+ShadedMesh ShadeMesh(const Mesh& mesh) {
+  using Vec = std::array<double, 3>;
+  const size_t vertices = mesh.positions.size() / 3;
+  std::vector<uint32_t> corners = mesh.indices;
+  if (corners.empty()) {
+    for (uint32_t v = 0; v + 2 < vertices; v += 3) corners.insert(corners.end(), {v, v + 1, v + 2});
+  }
+  auto at = [&](uint32_t v) {
+    return Vec{mesh.positions[3 * v], mesh.positions[3 * v + 1], mesh.positions[3 * v + 2]};
+  };
+  auto length = [](const Vec& a) { return std::sqrt(a[0] * a[0] + a[1] * a[1] + a[2] * a[2]); };
+  // The triangles of positive area, each with its unit normal and its angle at each corner.
+  struct Face {
+    uint32_t v[3];
+    Vec unit;
+    double angle[3];
+  };
+  std::vector<Face> faces;
+  for (size_t t = 0; t + 2 < corners.size(); t += 3) {
+    Face f{{corners[t], corners[t + 1], corners[t + 2]}, {}, {}};
+    if (f.v[0] >= vertices || f.v[1] >= vertices || f.v[2] >= vertices) continue;
+    const Vec p[3] = {at(f.v[0]), at(f.v[1]), at(f.v[2])};
+    auto edge = [&](int from, int to) {
+      return Vec{p[to][0] - p[from][0], p[to][1] - p[from][1], p[to][2] - p[from][2]};
+    };
+    Vec ab = edge(0, 1), ac = edge(0, 2);
+    Vec normal{ab[1] * ac[2] - ab[2] * ac[1], ab[2] * ac[0] - ab[0] * ac[2],
+               ab[0] * ac[1] - ab[1] * ac[0]};
+    double len = length(normal);
+    if (!(len > 0) || !std::isfinite(len)) continue;
+    f.unit = {normal[0] / len, normal[1] / len, normal[2] / len};
+    for (int k = 0; k < 3; ++k) {
+      Vec u = edge(k, (k + 1) % 3), w = edge(k, (k + 2) % 3);
+      double cosine = (u[0] * w[0] + u[1] * w[1] + u[2] * w[2]) / (length(u) * length(w));
+      f.angle[k] = std::acos(std::clamp(cosine, -1.0, 1.0));
+    }
+    faces.push_back(f);
+  }
+  std::vector<std::vector<size_t>> faces_at(vertices);
+  for (size_t i = 0; i < faces.size(); ++i) {
+    for (uint32_t v : faces[i].v) faces_at[v].push_back(i);
+  }
+  const double crease = std::cos(kCreaseDegrees * 3.14159265358979323846 / 180);
+  ShadedMesh out;
+  std::map<std::tuple<uint32_t, float, float, float>, uint32_t> made;  // (vertex, normal) -> index
+  for (const Face& f : faces) {
+    for (uint32_t v : f.v) {
+      // Weighting each face by its angle at the vertex makes the normal independent of how the
+      // surface around it is cut into triangles.
+      Vec sum{0, 0, 0};
+      for (size_t g : faces_at[v]) {
+        const Face& other = faces[g];
+        double cosine =
+            f.unit[0] * other.unit[0] + f.unit[1] * other.unit[1] + f.unit[2] * other.unit[2];
+        if (cosine < crease) continue;
+        const int corner = other.v[0] == v ? 0 : other.v[1] == v ? 1 : 2;
+        for (int k = 0; k < 3; ++k) sum[k] += other.angle[corner] * other.unit[k];
+      }
+      double len = length(sum);  // f's own normal is in it: never zero
+      float n[3] = {static_cast<float>(sum[0] / len), static_cast<float>(sum[1] / len),
+                    static_cast<float>(sum[2] / len)};
+      auto [it, added] =
+          made.try_emplace({v, n[0], n[1], n[2]}, static_cast<uint32_t>(out.positions.size() / 3));
+      if (added) {
+        out.positions.insert(out.positions.end(), mesh.positions.begin() + 3 * v,
+                             mesh.positions.begin() + 3 * v + 3);
+        out.normals.insert(out.normals.end(), n, n + 3);
+      }
+      out.indices.push_back(it->second);
+    }
+  }
+  return out;
+}
+
+std::string BuildGlb(const std::string& ident, const std::string& name, const Mesh* mesh,
+                     const Appearance& appearance) {
+  const ShadedMesh shaded = mesh != nullptr ? ShadeMesh(*mesh) : ShadedMesh{};
+  const bool has_mesh = !shaded.indices.empty();
+  const std::string node_name = WellFormed(ident);
   Json doc;
   doc["asset"] = {{"version", "2.0"}, {"generator", "NOMZUBProxy"}};
   doc["scene"] = 0;
-  doc["scenes"] = Json::array({{{"nodes", Json::array({0})}}});
-  Json node = {{"name", node_name}};
-  if (has_mesh) node["mesh"] = 0;
-  doc["nodes"] = Json::array({node});
+  // A product without geometry has an empty scene rather than an empty node.
+  Json scene = {{"name", node_name}};
+  if (has_mesh) scene["nodes"] = Json::array({0});
+  doc["scenes"] = Json::array({scene});
   std::string bin;
   if (has_mesh) {
-    for (float f : mesh->positions) AppendFloat(bin, f);
+    Json rotation = Json::array();
+    for (float q : kZUpToYUp) rotation.push_back(q);
+    doc["nodes"] = Json::array({{{"name", node_name}, {"rotation", rotation}, {"mesh", 0}}});
+    for (float f : shaded.positions) AppendFloat(bin, f);
     const size_t positions_size = bin.size();
-    for (uint32_t i : mesh->indices) AppendU32(bin, i);
-    const bool indexed = !mesh->indices.empty();
-    Json primitive = {{"attributes", {{"POSITION", 0}}}};
-    if (indexed) primitive["indices"] = 1;
-    primitive["mode"] = kTriangles;
-    doc["meshes"] = Json::array({{{"name", node_name}, {"primitives", Json::array({primitive})}}});
+    for (float f : shaded.normals) AppendFloat(bin, f);
+    const size_t normals_size = bin.size() - positions_size;
+    for (uint32_t i : shaded.indices) AppendU32(bin, i);
+    const size_t vertex_count = shaded.positions.size() / 3;
+    Json primitive = {{"attributes", {{"POSITION", 0}, {"NORMAL", 1}}},
+                      {"indices", 2},
+                      {"material", 0},
+                      {"mode", kTriangles}};
+    doc["meshes"] =
+        Json::array({{{"name", WellFormed(name)}, {"primitives", Json::array({primitive})}}});
+    Json colour = Json::array();
+    for (float c : appearance.base_colour) colour.push_back(c);
+    doc["materials"] = Json::array({{{"name", appearance.name},
+                                     {"pbrMetallicRoughness",
+                                      {{"baseColorFactor", colour},
+                                       {"metallicFactor", appearance.metallic},
+                                       {"roughnessFactor", appearance.roughness}}}}});
     doc["buffers"] = Json::array({{{"byteLength", bin.size()}}});
-    Json views = Json::array({{{"buffer", 0},
-                               {"byteOffset", 0},
-                               {"byteLength", positions_size},
-                               {"target", kArrayBuffer}}});
-    Json accessors = Json::array({{{"bufferView", 0},
-                                   {"componentType", kFloat},
-                                   {"count", mesh->positions.size() / 3},
-                                   {"type", "VEC3"},
-                                   {"min", Bound(*mesh, false)},
-                                   {"max", Bound(*mesh, true)}}});
-    if (indexed) {
-      views.push_back({{"buffer", 0},
-                       {"byteOffset", positions_size},
-                       {"byteLength", bin.size() - positions_size},
-                       {"target", kElementArrayBuffer}});
-      accessors.push_back({{"bufferView", 1},
-                           {"componentType", kUnsignedInt},
-                           {"count", mesh->indices.size()},
-                           {"type", "SCALAR"}});
-    }
-    doc["bufferViews"] = std::move(views);
-    doc["accessors"] = std::move(accessors);
+    doc["bufferViews"] = Json::array({{{"buffer", 0},
+                                       {"byteOffset", 0},
+                                       {"byteLength", positions_size},
+                                       {"target", kArrayBuffer}},
+                                      {{"buffer", 0},
+                                       {"byteOffset", positions_size},
+                                       {"byteLength", normals_size},
+                                       {"target", kArrayBuffer}},
+                                      {{"buffer", 0},
+                                       {"byteOffset", positions_size + normals_size},
+                                       {"byteLength", bin.size() - positions_size - normals_size},
+                                       {"target", kElementArrayBuffer}}});
+    doc["accessors"] = Json::array(
+        {{{"bufferView", 0},
+          {"componentType", kFloat},
+          {"count", vertex_count},
+          {"type", "VEC3"},
+          {"min", Bound(shaded.positions, false)},
+          {"max", Bound(shaded.positions, true)}},
+         {{"bufferView", 1}, {"componentType", kFloat}, {"count", vertex_count}, {"type", "VEC3"}},
+         {{"bufferView", 2},
+          {"componentType", kUnsignedInt},
+          {"count", shaded.indices.size()},
+          {"type", "SCALAR"}}});
   }
   std::string json;
   AppendJson(doc, &json);

@@ -2,6 +2,7 @@
 // the project was loaded once, so generation runs no query.
 #include "NOMZUBProxy/package_writer.h"
 
+#include <map>
 #include <set>
 #include <vector>
 
@@ -29,7 +30,11 @@ class PackageWriter {
  public:
   PackageWriter(const Project& project, const RefStyle& style, const PackageDirectory& soi,
                 const PackageDirectory& cache)
-      : project_(project), soi_(soi), cache_(cache), references_(style, cache) {}
+      : project_(project),
+        soi_(soi),
+        cache_(cache),
+        references_(style, cache),
+        part_numbers_(PartNumbers(project)) {}
 
   bool Write(const std::string& name, const std::set<std::string>& lists, const Filter& filter,
              std::string* error) {
@@ -69,10 +74,11 @@ class PackageWriter {
       auto mesh = project_.meshes.find(product.mesh);
       if (!WriteFile(cache_.ModulePathOf(oid + ".vgxXml"),
                      ProductDocument(product, reference_from_cache), error) ||
-          !WriteFile(
-              cache_.ModulePathOf(oid + ".vgxGeom"),
-              BuildGlb(product.name, mesh == project_.meshes.end() ? nullptr : &mesh->second),
-              error)) {
+          !WriteFile(cache_.ModulePathOf(oid + ".vgxGeom"),
+                     BuildGlb(product.oid, product.name,
+                              mesh == project_.meshes.end() ? nullptr : &mesh->second,
+                              AppearanceOf(product, PartNumberOf(oid))),
+                     error)) {
         return false;
       }
     }
@@ -132,6 +138,11 @@ class PackageWriter {
     }
   }
 
+  int PartNumberOf(const std::string& oid) const {
+    auto it = part_numbers_.find(oid);
+    return it == part_numbers_.end() ? 0 : it->second;
+  }
+
   static bool WriteFile(const std::string& path, const std::string& contents, std::string* error) {
     if (DWORD code = nomplat::CurrentEnv()->WriteFileAtomic(path, contents)) {
       return Fail(error, "cannot write " + path + " (error " + std::to_string(code) + ")");
@@ -143,6 +154,7 @@ class PackageWriter {
   const PackageDirectory& soi_;
   const PackageDirectory& cache_;
   ReferenceWriter references_;
+  const std::map<std::string, int> part_numbers_;  // the colour turns of the project's parts
   std::string main_, view_;
   std::set<std::string> documents_;
   std::vector<std::pair<std::string, std::string>> object_paths_;

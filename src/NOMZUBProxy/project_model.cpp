@@ -294,4 +294,155 @@ bool LoadProject(PlanningDb& db, const std::string& name, Project* project, std:
   return true;
 }
 
+namespace {
+
+// The lower-case words of text (runs of letters and digits), each without a final "s".
+std::vector<std::string> Words(const std::string& text) {
+  std::vector<std::string> words;
+  std::string word;
+  for (size_t i = 0; i <= text.size(); ++i) {
+    unsigned char c = i < text.size() ? static_cast<unsigned char>(text[i]) : ' ';
+    if (std::isalnum(c)) {
+      word += static_cast<char>(std::tolower(c));
+    } else if (!word.empty()) {
+      if (word.size() > 1 && word.back() == 's') word.pop_back();
+      words.push_back(std::move(word));
+      word.clear();
+    }
+  }
+  return words;
+}
+
+// A 3x4 transform: rotation about Z by rz degrees, then translation.
+struct Transform {
+  double c = 1, s = 0, t[3] = {0, 0, 0};
+  void Apply(const double in[3], double out[3]) const {
+    out[0] = c * in[0] - s * in[1] + t[0];
+    out[1] = s * in[0] + c * in[1] + t[1];
+    out[2] = in[2] + t[2];
+  }
+  // The transform of a child placed at p inside this one.
+  Transform Then(const Placement& p) const {
+    constexpr double kRadiansPerDegree = 3.14159265358979323846 / 180;
+    Transform child;
+    double pc = std::cos(p.rz * kRadiansPerDegree), ps = std::sin(p.rz * kRadiansPerDegree);
+    child.c = c * pc - s * ps;
+    child.s = s * pc + c * ps;
+    double at[3] = {p.x, p.y, p.z};
+    Apply(at, child.t);
+    return child;
+  }
+};
+
+}  // namespace
+
+ProductClass ClassOf(const Product& product) {
+  if (product.kind == "resource") return ProductClass::kResource;
+  if (product.kind == "context") return ProductClass::kContext;
+  if (product.kind == "manufactured") return ProductClass::kPart;
+  static const std::pair<ProductClass, std::vector<std::string>> kRules[] = {
+      {ProductClass::kStructure, {"station", "table", "frame", "leg", "top", "line"}},
+      {ProductClass::kConveyor, {"conveyor", "roller"}},
+      {ProductClass::kFixture, {"fixture", "clamp"}},
+      {ProductClass::kFastener, {"bolt", "screw", "nut", "washer"}}};
+  const std::vector<std::string> words = Words(product.name);
+  for (const auto& [product_class, keys] : kRules) {
+    for (const std::string& key : keys) {
+      if (std::find(words.begin(), words.end(), key) != words.end()) return product_class;
+    }
+  }
+  return ProductClass::kPart;
+}
+
+Appearance AppearanceOf(const Product& product, int part_number) {
+  switch (ClassOf(product)) {
+    case ProductClass::kStructure:
+      return {"structure", {0.30f, 0.40f, 0.52f, 1}, 0.1f, 0.6f};
+    case ProductClass::kConveyor:
+      return {"conveyor", {0.70f, 0.72f, 0.75f, 1}, 0.5f, 0.35f};
+    case ProductClass::kFixture:
+      return {"fixture", {0.95f, 0.42f, 0.08f, 1}, 0.1f, 0.5f};
+    case ProductClass::kFastener:
+      return {"fastener", {0.80f, 0.80f, 0.78f, 1}, 0.5f, 0.3f};
+    case ProductClass::kResource:
+      return {"resource", {0.96f, 0.74f, 0.10f, 1}, 0.2f, 0.45f};
+    case ProductClass::kContext:
+      return {"context", {0.62f, 0.62f, 0.60f, 1}, 0.0f, 0.95f};
+    case ProductClass::kPart:
+      break;
+  }
+  static const float kParts[kPartColours][3] = {{0.16f, 0.42f, 0.72f},
+                                                {0.20f, 0.58f, 0.32f},
+                                                {0.72f, 0.18f, 0.18f},
+                                                {0.50f, 0.32f, 0.66f},
+                                                {0.12f, 0.60f, 0.62f}};
+  const int n = (part_number % kPartColours + kPartColours) % kPartColours;
+  return {"part." + std::to_string(n), {kParts[n][0], kParts[n][1], kParts[n][2], 1}, 0.3f, 0.5f};
+}
+
+std::map<std::string, int> PartNumbers(const Project& project) {
+  std::map<std::string, int> numbers;
+  for (const auto& [oid, product] : project.products) {  // in OID order
+    if (!product.mesh.empty() && ClassOf(product) == ProductClass::kPart) {
+      numbers.emplace(oid, static_cast<int>(numbers.size()));
+    }
+  }
+  return numbers;
+}
+
+bool PlacedBounds(const Project& project, const std::string& identPath, double min[3],
+                  double max[3]) {
+  // Finds the object: the list, then one ident per level.
+  std::vector<std::string> idents;
+  for (size_t from = 0;;) {
+    size_t slash = identPath.find('/', from);
+    idents.push_back(identPath.substr(from, slash - from));
+    if (slash == std::string::npos) break;
+    from = slash + 1;
+  }
+  if (idents.size() < 2) return false;
+  const std::vector<Instance>* siblings = &project.roots;
+  const Instance* object = nullptr;
+  Transform placed;
+  for (size_t level = 1; level < idents.size(); ++level) {
+    auto it = std::find_if(siblings->begin(), siblings->end(),
+                           [&](const Instance& i) { return i.ident == idents[level]; });
+    if (it == siblings->end()) return false;
+    auto product = project.products.find(it->product);
+    if (product == project.products.end()) return false;
+    if (level == 1 && idents[0] != ListIdentOfKind(product->second.kind)) return false;
+    object = &*it;
+    placed = placed.Then(it->placement);
+    siblings = &product->second.children;
+  }
+  // Walks the structure below it with an explicit stack, widening the bounds by every vertex.
+  bool found = false;
+  std::vector<std::pair<const Product*, Transform>> stack = {
+      {&project.products.at(object->product), placed}};
+  while (!stack.empty()) {
+    auto [product, transform] = stack.back();
+    stack.pop_back();
+    auto mesh = project.meshes.find(product->mesh);
+    if (mesh != project.meshes.end()) {
+      const std::vector<float>& p = mesh->second.positions;
+      for (size_t i = 0; i + 2 < p.size(); i += 3) {
+        double local[3] = {p[i], p[i + 1], p[i + 2]}, world[3];
+        transform.Apply(local, world);
+        for (int k = 0; k < 3; ++k) {
+          min[k] = found ? std::min(min[k], world[k]) : world[k];
+          max[k] = found ? std::max(max[k], world[k]) : world[k];
+        }
+        found = true;
+      }
+    }
+    for (const Instance& child : product->children) {
+      auto next = project.products.find(child.product);
+      if (next != project.products.end()) {
+        stack.emplace_back(&next->second, transform.Then(child.placement));
+      }
+    }
+  }
+  return found;
+}
+
 }  // namespace nomzub::proxy

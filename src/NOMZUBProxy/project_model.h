@@ -109,6 +109,46 @@ const char* ListIdentOfKind(const std::string& kind);
 // The four lists, in package order.
 extern const char* const kListIdents[4];
 
+// How a product looks: a material name and its metallic-roughness parameters (colour as linear
+// RGBA, each 0 to 1).
+struct Appearance {
+  std::string name;
+  float base_colour[4] = {1, 1, 1, 1};
+  float metallic = 0;
+  float roughness = 1;
+};
+
+// The classes products are coloured by.
+enum class ProductClass { kStructure, kConveyor, kFixture, kFastener, kPart, kResource, kContext };
+
+// The class of product. Resources, the planning context and manufactured products are classed
+// by kind; other products by the words of their name:
+// "station", "table", "frame", "leg", "top" and "line" make structure; "conveyor" and "roller"
+// conveyor; "fixture" and "clamp" fixture; "bolt", "screw", "nut" and "washer" fastener (a
+// word may end in "s"; the first rule that matches wins, in that order); anything else is a
+// part. Never fails.
+ProductClass ClassOf(const Product& product);
+
+// How many colours parts take turns with.
+constexpr int kPartColours = 5;
+
+// The appearance of product: one per class (structure grey-blue, conveyor steel, fixture orange,
+// fastener zinc, resource yellow, context concrete grey); a part takes colour part_number modulo
+// kPartColours. Named after the class ("part.<n>" for part colour n). Never fails.
+Appearance AppearanceOf(const Product& product, int part_number);
+
+// The part number of every product of the part class that has a mesh, counting from 0 in OID
+// order, so that the parts of a project take the part colours in turn; empty for a project
+// without parts.
+std::map<std::string, int> PartNumbers(const Project& project);
+
+// The bounds, in the package's coordinates, of the geometry of the object at identPath
+// ("<list>/<ident>/<ident>..."), its structure included, placed as the product structure places
+// it (simulation positions left out): true with *min and *max filled; false when no object has
+// that path or no mesh lies below it.
+bool PlacedBounds(const Project& project, const std::string& identPath, double min[3],
+                  double max[3]);
+
 }  // namespace nomzub::proxy
 
 #endif  // NOM_NOMZUBPROXY_PROJECT_MODEL_H_

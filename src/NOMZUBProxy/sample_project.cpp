@@ -1,6 +1,7 @@
 // Building the sample and synthetic projects in memory; project_store writes them.
 #include "NOMZUBProxy/sample_project.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "NOMZUBProxy/planning_admin.h"
@@ -38,6 +39,18 @@ Mesh CylinderMesh(float radius, float height, int segments) {
   return mesh;
 }
 
+Mesh HorizontalCylinderMesh(float radius, float length, int segments) {
+  Mesh mesh = CylinderMesh(radius, length, segments);
+  // A quarter turn about X, (x, y, z) -> (x, z, -y), keeps the faces' winding; then the centre
+  // moves to the origin.
+  for (size_t i = 0; i < mesh.positions.size(); i += 3) {
+    float y = mesh.positions[i + 1], z = mesh.positions[i + 2];
+    mesh.positions[i + 1] = z - length / 2;
+    mesh.positions[i + 2] = -y;
+  }
+  return mesh;
+}
+
 namespace {
 
 void AddProduct(Project& p, const std::string& oid, const std::string& name,
@@ -57,8 +70,14 @@ void AddRoot(Project& p, const std::string& ident, const std::string& name,
   p.roots.push_back({ident, name, product, at, static_cast<int>(p.roots.size())});
 }
 
-// The gearbox assembly process: six operations with ten views between them.
-void AddProcess(Project& p) {
+// a rounded to a tenth of a millimetre, so that the view file shows short numbers.
+double Round(double a) { return std::round(a * 1e4) / 1e4; }
+
+// The gearbox assembly process: six operations with ten views between them. Each view aims at the
+// placed centre of its subject (an ident path) and looks at it from the direction given (from
+// the target towards the eye), far enough back for the whole subject to fit a 45 degree field of
+// view; a view of a subject without geometry aims at the origin.
+void AddProcess(Project& p, const char* const subjects[10]) {
   const char* const ops[6][2] = {{"Op010", "Place housing"},   {"Op020", "Insert shaft"},
                                  {"Op030", "Mount cover"},     {"Op040", "Drive screws"},
                                  {"Op050", "Inspect gearbox"}, {"Op060", "Unload gearbox"}};
@@ -69,6 +88,9 @@ void AddProcess(Project& p) {
       "Overview",   "Housing close-up", "Shaft insertion", "Shaft from above", "Cover placement",
       "Cover side", "Screwing",         "Screw detail",    "Inspection",       "Unloading"};
   const int view_operation[10] = {0, 0, 1, 1, 2, 2, 3, 3, 4, 5};
+  const double directions[10][3] = {{0.3, -1, 0.6}, {1, -1, 0.8},  {1, -0.6, 0.5}, {0.15, -0.25, 1},
+                                    {1, -1, 0.9},   {0, -1, 0.2},  {0.8, -1, 1},   {0.5, -1, 0.7},
+                                    {-1, -1, 0.8},  {1, -1.5, 0.6}};
   for (int i = 0; i < 10; ++i) {
     View v{"V" + std::string(i < 9 ? "0" : "") + std::to_string(i + 1),
            p.operations[view_operation[i]].oid,
@@ -76,9 +98,18 @@ void AddProcess(Project& p) {
            {},
            {},
            i};
-    double eye[3] = {3.0 + i, -4.0, 2.5}, target[3] = {2.5, 0, 1};
-    std::copy(eye, eye + 3, v.eye);
-    std::copy(target, target + 3, v.target);
+    double min[3] = {0, 0, 0}, max[3] = {0, 0, 0};
+    PlacedBounds(p, subjects[i], min, max);
+    const double* d = directions[i];
+    double radius = 0, length = std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]);
+    for (int k = 0; k < 3; ++k) radius += (max[k] - min[k]) * (max[k] - min[k]) / 4;
+    // A sphere of that radius fills a 45 degree view from 2.6 radii away; a little more leaves a
+    // margin, and small subjects are not looked at from closer than 15 cm.
+    const double distance = std::max(0.15, 2.8 * std::sqrt(radius));
+    for (int k = 0; k < 3; ++k) {
+      v.target[k] = Round((min[k] + max[k]) / 2);
+      v.eye[k] = Round(v.target[k] + distance * d[k] / length);
+    }
     p.views.push_back(v);
   }
 }
@@ -90,15 +121,15 @@ Project BuildSampleProject() {
   p.name = kSampleProject;
   p.meshes = {{"G-LEG", BoxMesh(0.06f, 0.06f, 0.9f)},
               {"G-TOP", BoxMesh(1.2f, 0.8f, 0.04f)},
-              {"G-BOLT", CylinderMesh(0.005f, 0.04f, 8)},
+              {"G-BOLT", CylinderMesh(0.004f, 0.04f, 8)},
               {"G-CLAMP", BoxMesh(0.05f, 0.03f, 0.03f)},
               {"G-PLATE", BoxMesh(0.4f, 0.3f, 0.02f)},
-              {"G-ROLLER", CylinderMesh(0.03f, 0.6f, 12)},
-              {"G-FRAME", BoxMesh(2.4f, 0.7f, 0.1f)},
+              {"G-ROLLER", HorizontalCylinderMesh(0.03f, 0.6f, 12)},
+              {"G-FRAME", BoxMesh(1.2f, 0.7f, 0.7f)},
               {"G-HOUSING", BoxMesh(0.3f, 0.2f, 0.15f)},
               {"G-SHAFT", CylinderMesh(0.02f, 0.35f, 12)},
               {"G-COVER", BoxMesh(0.3f, 0.2f, 0.02f)},
-              {"G-SCREW", CylinderMesh(0.004f, 0.02f, 6)},
+              {"G-SCREW", CylinderMesh(0.002f, 0.02f, 6)},
               {"G-ROBOT", CylinderMesh(0.15f, 1.2f, 16)},
               {"G-NUTRUNNER", CylinderMesh(0.03f, 0.3f, 12)},
               {"G-HOIST", BoxMesh(0.5f, 0.5f, 2.5f)},
@@ -139,12 +170,15 @@ Project BuildSampleProject() {
     AddChild(p, "P-FIXTURE", "Bolt." + std::to_string(b + 1), "P-BOLT",
              {b & 1 ? 0.18 : -0.18, b & 2 ? 0.13 : -0.13, 0.02, 0});
   }
-  AddChild(p, "P-FIXTURE", "Clamp.1", "P-CLAMP", {-0.1, 0, 0.02, 0});
-  AddChild(p, "P-FIXTURE", "Clamp.2", "P-CLAMP", {0.1, 0, 0.02, 180});
-  AddChild(p, "P-CONVEYOR", "Frame", "P-FRAME", {0, 0, 0.6, 0});
+  // The clamps hold the housing (0.3 m long) at its ends.
+  AddChild(p, "P-FIXTURE", "Clamp.1", "P-CLAMP", {-0.175, 0, 0.02, 0});
+  AddChild(p, "P-FIXTURE", "Clamp.2", "P-CLAMP", {0.175, 0, 0.02, 180});
+  // A 1.2 m conveyor section: the frame stands on the floor, six rollers lie on it across the
+  // line (their axis along Y) at a 0.2 m pitch.
+  AddChild(p, "P-CONVEYOR", "Frame", "P-FRAME", {0, 0, 0, 0});
   for (int r = 0; r < 6; ++r) {
     AddChild(p, "P-CONVEYOR", "Roller." + std::to_string(r + 1), "P-ROLLER",
-             {-1.0 + 0.4 * r, 0.3, 0.75, 90});
+             {-0.5 + 0.2 * r, 0, 0.73, 0});
   }
   AddChild(p, "MP-GEARBOX", "Housing", "P-HOUSING", {});
   AddChild(p, "MP-GEARBOX", "Shaft", "P-SHAFT", {0, 0, 0.05, 0});
@@ -155,11 +189,17 @@ Project BuildSampleProject() {
   }
   AddRoot(p, "Line", "Assembly line", "P-LINE", {});
   AddRoot(p, "Robot", "Handling robot", "R-ROBOT", {1, 1, 0, 0});
-  AddRoot(p, "Nutrunner", "Nutrunner", "R-NUTRUNNER", {3.5, 1, 0, 0});
+  AddRoot(p, "Nutrunner", "Nutrunner", "R-NUTRUNNER", {0.8, 0.6, 1.2, 0});
   AddRoot(p, "Hoist", "Hoist", "R-HOIST", {6, 1, 0, 0});
   AddRoot(p, "Gearbox", "Gearbox", "MP-GEARBOX", {0, 0, 0.96, 0});
-  AddRoot(p, "Hall", "Assembly hall", "C-HALL", {});
-  AddProcess(p);
+  // The floor slab's top is the floor level, z = 0, and it is centred on the line.
+  AddRoot(p, "Hall", "Assembly hall", "C-HALL", {2.5, 0, -0.05, 0});
+  const char* const subjects[10] = {"ProductList/Line",        "ManufProd/Gearbox/Housing",
+                                    "ManufProd/Gearbox/Shaft", "ManufProd/Gearbox/Shaft",
+                                    "ManufProd/Gearbox/Cover", "ManufProd/Gearbox/Cover",
+                                    "ManufProd/Gearbox",       "ManufProd/Gearbox/Screw.1",
+                                    "ManufProd/Gearbox",       "ResourceList/Hoist"};
+  AddProcess(p, subjects);
 
   const std::string gearbox = "ManufProd/Gearbox/";
   p.states = {{"OP-010", gearbox + "Housing", true, 0},
@@ -170,10 +210,11 @@ Project BuildSampleProject() {
   for (int s = 0; s < 6; ++s) {
     p.states.push_back({"OP-040", gearbox + "Screw." + std::to_string(s + 1), true, 5 + s});
   }
+  // During OP-040 the nutrunner stands over the head of the first screw.
   p.positions = {{"OP-010", "ResourceList/Robot", {1, 1, 0, 0}, 0},
                  {"OP-020", "ResourceList/Robot", {1, 1, 0, 45}, 1},
                  {"OP-030", "ResourceList/Robot", {1, 1, 0, 90}, 2},
-                 {"OP-040", "ResourceList/Nutrunner", {2.5, 0.3, 1.2, 0}, 3},
+                 {"OP-040", "ResourceList/Nutrunner", {-0.12, -0.08, 1.16, 0}, 3},
                  {"OP-060", "ResourceList/Hoist", {5, 0, 0, 0}, 4},
                  {"OP-060", "ManufProd/Gearbox", {5, 0, 1.5, 0}, 5}};
   return p;
@@ -186,7 +227,7 @@ Project BuildSyntheticProject(const std::string& name, int productCount) {
   int parts = std::max(1, productCount - cells - 2);
   AddProduct(p, "S-PLANT", "Plant", "product", "");
   AddProduct(p, "S-BOLT", "Bolt", "product", "G-BOLT");
-  p.meshes["G-BOLT"] = CylinderMesh(0.005f, 0.04f, 8);
+  p.meshes["G-BOLT"] = CylinderMesh(0.004f, 0.04f, 8);
   for (int c = 0; c < cells; ++c) {
     std::string cell = "S-CELL-" + std::to_string(c);
     AddProduct(p, cell, "Cell " + std::to_string(c), "product", "");
@@ -203,7 +244,11 @@ Project BuildSyntheticProject(const std::string& name, int productCount) {
              {0.01 * i, 0.5, 0, 0});
   }
   AddRoot(p, "Plant", "Plant", "S-PLANT", {});
-  AddProcess(p);
+  const char* const subjects[10] = {"ProductList/Plant", "ProductList/Plant", "ProductList/Plant",
+                                    "ProductList/Plant", "ProductList/Plant", "ProductList/Plant",
+                                    "ProductList/Plant", "ProductList/Plant", "ProductList/Plant",
+                                    "ProductList/Plant"};
+  AddProcess(p, subjects);
   return p;
 }
 

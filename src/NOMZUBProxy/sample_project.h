@@ -11,7 +11,8 @@ namespace nomzub::proxy {
 
 // The sample project (nomzub::kSampleProject): an assembly line of three stations and a conveyor,
 // three resources, a gearbox as the manufactured product, the hall as the planning context, six
-// operations with ten views, 3D states and simulation positions.
+// operations with ten views, 3D states and simulation positions. Units are metres, Z is up, the
+// stations stand along X; every view aims at the placed centre of the object it shows.
 Project BuildSampleProject();
 
 // A project of productCount products (at least 4): a plant of cells, each cell holding its own
@@ -22,6 +23,8 @@ Project BuildSyntheticProject(const std::string& name, int productCount);
 Mesh BoxMesh(float sx, float sy, float sz);
 // A cylinder along Z of the given radius and height, its base centred on the origin.
 Mesh CylinderMesh(float radius, float height, int segments);
+// A cylinder along Y of the given radius and length, centred on the origin (a roller).
+Mesh HorizontalCylinderMesh(float radius, float length, int segments);
 
 }  // namespace nomzub::proxy
 

@@ -25,7 +25,7 @@ expect_text "nomsoi --version: standard error" "" "$WORK/version.err"
 
 # The commands, from the program's own --help.
 commands=$("$NOMSOI" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1/p')
-[ "$(echo "$commands" | wc -w)" -eq 6 ] || fail "nomsoi --help lists: $commands"
+[ "$(echo "$commands" | wc -w)" -eq 7 ] || fail "nomsoi --help lists: $commands"
 
 # Every --help ends with a real invocation: run each on a copy of the examples, the database made
 # before the commands that need it.
@@ -48,12 +48,12 @@ expect_grep "verify before Pack & Go" \
   "document 'SOI.vgxXml' references '../library/Frame.vgxXml': not a bare name" "$WORK/verify.err"
 expect_grep "verify before Pack & Go" \
   "document 'SOI.vgxView' references 'AssemblyLine.vgxXml': missing" "$WORK/verify.err"
-for command in db connect dump pack verify odt; do
+for command in db connect dump pack verify preview odt; do
   echo "$commands" | grep -qx "$command" || fail "no command $command"
   run_example "$command"
 done
 for command in $commands; do
-  case " db connect dump pack verify odt " in *" $command "*) ;; *) fail "no example run for $command" ;; esac
+  case " db connect dump pack verify preview odt " in *" $command "*) ;; *) fail "no example run for $command" ;; esac
 done
 # The pack example made the package self-contained; verify said so in one line.
 expect_text "verify after Pack & Go" \

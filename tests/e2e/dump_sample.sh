@@ -5,19 +5,9 @@
 set -euo pipefail
 . "$(dirname "$0")/host_lib.bash"
 
-export NOMZUB_CACHE="$WORK/cache"
 db="sqlite:$WORK/plan.db"
 out="$WORK/soi"
-
-status=0
-"$NOMSOI" --log-format raw --log "$WORK/db.log" db sample --server "$db" || status=$?
-expect_status 0 "$status" "db sample"
-
-status=0
-"$NOMSOI" --log-format raw --log "$WORK/dump.log" dump --server "$db" --login planner \
-  --password planner --project AssemblyLine --out "$out" --position 3D_States --mapping \
-  2>"$WORK/stderr" || status=$?
-expect_status 0 "$status" "dump"
+dump_sample --mapping
 expect_no_service_errors "$WORK/dump.log"
 
 # 20 product documents, each with its geometry, beside the main document, the views and the map.

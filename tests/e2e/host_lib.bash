@@ -220,3 +220,20 @@ checksums() {
 expect_grep() {
   grep -qF -- "$2" "$3" || fail "$1: '$2' not in $3: $(cat "$3")"
 }
+
+# Makes the sample planning database $WORK/plan.db and dumps its project AssemblyLine into
+# $WORK/soi with 3D states applied, the product cache in $WORK/cache ($NOMZUB_CACHE); further
+# arguments go to dump. Logs in $WORK/db.log and $WORK/dump.log, the dump's standard error in
+# $WORK/stderr; a status other than 0 ends the script.
+dump_sample() {
+  export NOMZUB_CACHE="$WORK/cache"
+  local status=0
+  "$NOMSOI" --log-format raw --log "$WORK/db.log" db sample --server "sqlite:$WORK/plan.db" ||
+    status=$?
+  expect_status 0 "$status" "db sample"
+  status=0
+  "$NOMSOI" --log-format raw --log "$WORK/dump.log" dump --server "sqlite:$WORK/plan.db" \
+    --login planner --password planner --project AssemblyLine --out "$WORK/soi" \
+    --position 3D_States "$@" 2>"$WORK/stderr" || status=$?
+  expect_status 0 "$status" "dump $*"
+}

@@ -196,8 +196,9 @@ CommandLine::CommandLine() : app_(kDescription, "nomsoi") {
   app_.set_version_flag("--version", VersionText(), "Print \"" + VersionText() + "\" and exit");
   AddGlobalOptions(app_, globals_);
   commands_ = {
-      SetupDumpCommand(app_),   SetupOdtCommand(app_), SetupPackCommand(app_),
-      SetupVerifyCommand(app_), SetupDbCommand(app_),  SetupConnectCommand(app_),
+      SetupDumpCommand(app_),    SetupOdtCommand(app_),     SetupPackCommand(app_),
+      SetupVerifyCommand(app_),  SetupPreviewCommand(app_), SetupDbCommand(app_),
+      SetupConnectCommand(app_),
   };
   for (const Command& command : commands_) command.app->footer(FooterWithExample(command.example));
 }

@@ -27,6 +27,7 @@ struct DumpOptions {
   std::string position;
   bool light = false;
   bool mapping = false;
+  bool preview = false;
   uint64_t max_objects = 10000000;
   SafetyOptions safety;
 };
@@ -63,7 +64,10 @@ int RunDump(DumpOptions options) {
     utility.DisconnectServer();
     return 0;
   };
-  return RunModuleSafely(run, options.safety).status;
+  const int status = RunModuleSafely(run, options.safety).status;
+  // A dry run writes nothing, so there is no package to preview.
+  const bool preview = options.preview && !options.safety.dry_run;
+  return preview ? PreviewAfterRun("dump", options.out, status) : status;
 }
 
 }  // namespace
@@ -91,6 +95,9 @@ Command SetupDumpCommand(CLI::App& app) {
                     "Pack & Go)");
   command->add_flag("--mapping", options->mapping,
                     "Write Mapping.xml (entities and views with their OIDs and ident paths)");
+  command->add_flag("--preview", options->preview,
+                    "After a run that ends with status 0 or 3, write DIR/preview.glb and "
+                    "DIR/preview.html (see the preview command)");
   command
       ->add_option("--max-objects", options->max_objects,
                    "Refuse to generate more than N product instances")

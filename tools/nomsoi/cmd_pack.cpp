@@ -20,6 +20,7 @@ struct PackOptions {
   std::string main;
   std::string view;
   std::string out;
+  bool preview = false;
   SafetyOptions safety;
 };
 
@@ -33,7 +34,11 @@ int RunPack(PackOptions options) {
   }
   if (int status = CheckOutputDirectory("pack", "--out", options.out)) return status;
 
-  return RunModuleSafely(PackRun(options.main, options.view, options.out), options.safety).status;
+  const int status =
+      RunModuleSafely(PackRun(options.main, options.view, options.out), options.safety).status;
+  // A dry run writes nothing, so there is no package to preview.
+  const bool preview = options.preview && !options.safety.dry_run;
+  return preview ? PreviewAfterRun("pack", options.out, status) : status;
 }
 
 }  // namespace
@@ -49,6 +54,9 @@ Command SetupPackCommand(CLI::App& app) {
   command->add_option("--out", options->out, "SOI directory that receives the copies (created)")
       ->type_name("DIR")
       ->required();
+  command->add_flag("--preview", options->preview,
+                    "After a run that ends with status 0 or 3, write DIR/preview.glb and "
+                    "DIR/preview.html (see the preview command)");
   AddSafetyOptions(*command, options->safety, true);
   return {command, [options] { return RunPack(*options); },
           "nomsoi pack --main ./package/SOI.vgxXml --view ./package/SOI.vgxView --out ./package"};

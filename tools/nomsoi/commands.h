@@ -74,6 +74,16 @@ Command SetupDbCommand(CLI::App& app);
 Command SetupConnectCommand(CLI::App& app);
 // verify: check that a directory holds a self-contained package (verify.h).
 Command SetupVerifyCommand(CLI::App& app);
+// preview: write preview.glb and preview.html of the package in a directory (WritePreview).
+Command SetupPreviewCommand(CLI::App& app);
+// Prints what a preview gave as command's messages: the problem (returns kExitUsage), else each
+// missing geometry on a line of its own and a summary line (returns kExitMissing when geometry
+// is missing, else kExitOk).
+int ReportPreview(const std::string& command, const PreviewResult& result);
+// The --preview of dump and pack: after a run that ended with status kExitOk or kExitMissing,
+// writes the preview of dir and reports it; returns status, or kExitFailed when the preview could
+// not be written. Any other status is returned at once, nothing written.
+int PreviewAfterRun(const std::string& command, const std::string& dir, int status);
 
 }  // namespace nomsoi
 
