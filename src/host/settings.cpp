@@ -43,32 +43,23 @@ std::string ExistingDirectoryProblem(const std::string& dir) {
   return "";
 }
 
-nomzub::LogFormat ServiceFormat(LogFormat format) {
-  switch (format) {
-    case LogFormat::kRaw:
-      return nomzub::LogFormat::kRaw;
-    case LogFormat::kJsonl:
-      return nomzub::LogFormat::kJsonl;
-    case LogFormat::kText:
-      break;
-  }
-  return nomzub::LogFormat::kText;
-}
+// The public format is the log service's own, value for value: converting is a cast.
+static_assert(static_cast<int>(LogFormat::kText) == static_cast<int>(nomzub::LogFormat::kText) &&
+                  static_cast<int>(LogFormat::kRaw) == static_cast<int>(nomzub::LogFormat::kRaw) &&
+                  static_cast<int>(LogFormat::kJsonl) ==
+                      static_cast<int>(nomzub::LogFormat::kJsonl),
+              "LogFormat mirrors nomzub::LogFormat");
+
+nomzub::LogFormat ServiceFormat(LogFormat format) { return static_cast<nomzub::LogFormat>(format); }
 
 }  // namespace
 
 const char* LibraryVersion() { return kLibraryVersion; }
 
 bool ParseLogFormat(const std::string& name, LogFormat* format) {
-  if (name == "text") {
-    *format = LogFormat::kText;
-  } else if (name == "raw") {
-    *format = LogFormat::kRaw;
-  } else if (name == "jsonl") {
-    *format = LogFormat::kJsonl;
-  } else {
-    return false;
-  }
+  nomzub::LogFormat parsed;
+  if (!nomzub::ParseLogFormat(name, &parsed)) return false;
+  *format = static_cast<LogFormat>(parsed);
   return true;
 }
 
