@@ -117,6 +117,37 @@ class FilesTest : public ::testing::Test {
   ScopedEnv env_;
 };
 
+// --- LastCopySize ------------------------------------------------------------------------------
+
+TEST_F(FilesTest, LastCopySize_AfterCopyIsTheCopysSize) {
+  WriteFile(T("a.bin"), "12345");
+  ForgetLastCopySize();
+  ASSERT_EQ(CopyError("C:\\a.bin", "C:\\b.bin"), -1);
+  EXPECT_EQ(LastCopySize(), 5);
+}
+
+TEST_F(FilesTest, LastCopySize_CopyFoundCurrentIsTheTargetsSize) {
+  WriteFile(T("a.bin"), "1234567");
+  ASSERT_EQ(CopyError("C:\\a.bin", "C:\\b.bin"), -1);
+  ForgetLastCopySize();
+  ASSERT_EQ(CopyError("C:\\a.bin", "C:\\b.bin"), -1);  // not made again
+  EXPECT_EQ(LastCopySize(), 7);
+}
+
+TEST_F(FilesTest, LastCopySize_FailedCopyLeavesItUnknown) {
+  ForgetLastCopySize();
+  ASSERT_EQ(CopyError("C:\\missing.bin", "C:\\b.bin"), 2);
+  EXPECT_EQ(LastCopySize(), -1);
+}
+
+TEST_F(FilesTest, LastCopySize_IsPerThread) {
+  WriteFile(T("a.bin"), "123");
+  ForgetLastCopySize();
+  std::thread other([this] { EXPECT_EQ(CopyError("C:\\a.bin", "C:\\b.bin"), -1); });
+  other.join();
+  EXPECT_EQ(LastCopySize(), -1);
+}
+
 // --- CopyFileA errors -------------------------------------------------------------------------
 
 TEST_F(FilesTest, CopyFileA_MissingSourceIsFileNotFound) {

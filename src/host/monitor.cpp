@@ -124,7 +124,7 @@ std::string RunMonitor::ReferrerOf(const std::string& source) const {
   return found == by_source_.end() ? std::string() : found->second->referrer;
 }
 
-void RunMonitor::NoteCopied(const std::string& src, const std::string& dst) {
+void RunMonitor::NoteCopied(const std::string& src, const std::string& dst, int64_t size) {
   if (!copied_targets_.insert(dst).second) return;
   OutcomeItem item{KindOf(src, dst), src, dst, ReferrerOf(src), 0};
   if (item.kind == "document") {
@@ -134,7 +134,7 @@ void RunMonitor::NoteCopied(const std::string& src, const std::string& dst) {
   } else {
     ++outcome_.resources;
   }
-  outcome_.bytes += SizeOf(dst);
+  outcome_.bytes += size >= 0 ? static_cast<uint64_t>(size) : SizeOf(dst);
   if (keep_copied_) outcome_.copied.push_back(std::move(item));
   if (progress_) progress_->Update(outcome_);
 }
@@ -161,11 +161,13 @@ bool RunMonitor::CanOpenForReading(const std::string& path) {
 
 DWORD RunMonitor::CopyFile(const std::string& src, const std::string& dst, bool failIfExists) {
   std::lock_guard<std::mutex> gate(WriteGate());
+  if (ahead_ != nullptr) ahead_->Claim(dst);
+  nomplat::ForgetLastCopySize();
   const DWORD error = EnvWrapper::CopyFile(src, dst, failIfExists);
   if (error == 0) {
-    NoteCopied(src, dst);
+    NoteCopied(src, dst, nomplat::LastCopySize());
   } else if (SameFile(src, dst)) {
-    NoteCopied(src, dst);  // already in place: copying a file onto itself changes nothing
+    NoteCopied(src, dst, -1);  // already in place: copying a file onto itself changes nothing
   } else if ((error == 2 || error == 3) && !EnvWrapper::CanOpenForReading(src)) {
     NoteMissing(src, dst);
   } else {

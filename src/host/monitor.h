@@ -12,6 +12,7 @@
 #include <unordered_set>
 #include <utility>
 
+#include "copy_ahead.h"
 #include "outcome.h"
 #include "platform/env.h"
 #include "services/NOMZUBLog.h"
@@ -34,6 +35,10 @@ class RunMonitor : public nomplat::EnvWrapper, public nomzub::LogSink {
   RunMonitor(const RunMonitor&) = delete;
   RunMonitor& operator=(const RunMonitor&) = delete;
 
+  // Copies made ahead of the module: each copy of the module first claims its target there.
+  // ahead is not owned; null (the default) for none.
+  void SetCopyAhead(CopyAhead* ahead) { ahead_ = ahead; }
+
   // The outcome so far.
   const Outcome& outcome() const { return outcome_; }
   // Hands the outcome over; the monitor's is empty after.
@@ -50,7 +55,8 @@ class RunMonitor : public nomplat::EnvWrapper, public nomzub::LogSink {
  private:
   // The path a save of path goes to.
   std::string Redirected(const std::string& path) const;
-  void NoteCopied(const std::string& src, const std::string& dst);
+  // size: of the copy at dst, -1 to look it up.
+  void NoteCopied(const std::string& src, const std::string& dst, int64_t size);
   void NoteMissing(const std::string& path, const std::string& target);
   void NoteFailed(std::string kind, const std::string& src, const std::string& dst, DWORD error);
   std::string KindOf(const std::string& source, const std::string& target) const;
@@ -65,6 +71,7 @@ class RunMonitor : public nomplat::EnvWrapper, public nomzub::LogSink {
   std::unordered_set<std::string> copied_targets_;
   std::set<std::string> missing_sources_;
   std::set<std::string> failures_;  // kind, source and target of each failure reported
+  CopyAhead* ahead_ = nullptr;
   nomplat::Env* previous_env_;
   nomzub::LogSink* previous_sink_;
   std::unique_ptr<Progress> progress_;

@@ -3,6 +3,7 @@
 // status says whether the package is complete.
 #include <cstdio>
 #include <map>
+#include <memory>
 #include <set>
 
 #include "NOMSOIUtility.h"
@@ -11,6 +12,7 @@
 #include "module_thread.h"
 #include "monitor.h"
 #include "outcome.h"
+#include "platform/env.h"
 #include "platform/paths.h"
 #include "platform/win32.h"
 
@@ -145,16 +147,29 @@ int RunSafely(const ModuleRun& run, const SafetyOptions& safety, RunResult* resu
   int early = 0;
   Outcome& outcome = result->outcome;
   {
+    // Copies are made ahead of the module only where the default Env remembers them, so that
+    // the module's own copy then finds its work done.
+    const bool copy_ahead = run.preflight && nomplat::CurrentEnv() == nomplat::Env::Default() &&
+                            !nomplat::ReadsConfined();
     RunMonitor monitor(run.preflight ? &plan : nullptr, redirects, !safety.report.empty());
-    const int status = RunOnModuleThread(
-        StackForDepth(depth), [&] { return run.call(&module_result, &has_result); },
-        [&](int) {
-          journal.Restore();
-          std::fprintf(stderr,
-                       "\nnomsoi %s: interrupted; the main document and view file are as they "
-                       "were before the run\n",
-                       run.command.c_str());
-        });
+    const auto body = [&] {
+      // Started on the module's thread, so that the copying thread blocks the same signals.
+      std::unique_ptr<CopyAhead> ahead;
+      if (copy_ahead) ahead = std::make_unique<CopyAhead>(plan, run.out);
+      monitor.SetCopyAhead(ahead.get());
+      struct Detach {
+        RunMonitor& monitor;
+        ~Detach() { monitor.SetCopyAhead(nullptr); }
+      } detach{monitor};
+      return run.call(&module_result, &has_result);
+    };
+    const int status = RunOnModuleThread(StackForDepth(depth), body, [&](int) {
+      journal.Restore();
+      std::fprintf(stderr,
+                   "\nnomsoi %s: interrupted; the main document and view file are as they "
+                   "were before the run\n",
+                   run.command.c_str());
+    });
     outcome = monitor.TakeOutcome();
     early = status < 0 ? kExitFailed : status;
   }

@@ -6,6 +6,7 @@
 #include <map>
 #include <set>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include "NOMSOIUtility.h"
@@ -203,7 +204,6 @@ class NOMSOIPreflight {
   void Plan(ItemKind kind, const std::string& source, const std::string& target,
             const std::string& referrer, bool present, nomplat::FileFacts* facts) {
     if (nomplat::StatModulePath(source, facts) != 0) *facts = nomplat::FileFacts();
-    if (!seen_.insert(source + '\n' + target).second) return;
     PlannedItem item;
     item.kind = kind;
     item.source = source;
@@ -211,11 +211,17 @@ class NOMSOIPreflight {
     item.referrer = referrer;
     item.present = present;
     item.size = present ? facts->size : 0;
-    result_.items.push_back(item);
+    result_.items.push_back(std::move(item));
+    if (!seen_.insert(result_.items.size() - 1).second) {
+      result_.items.pop_back();
+      return;
+    }
     const Identity identity{facts->device, facts->inode};
-    places_.push_back({TargetKey(target), identity});
+    const std::u32string* key =
+        present ? Claim(TargetKey(target), target, result_.items.size() - 1, "", identity)
+                : nullptr;
+    places_.push_back({key, identity});
     if (facts->exists && !facts->confined) ReportOutside(kind, source, referrer, *facts);
-    if (present) Claim(places_.back().key, target, source, identity);
   }
 
   void CheckConfined(ItemKind kind, const std::string& path, const std::string& referrer) {
@@ -238,23 +244,25 @@ class NOMSOIPreflight {
     nomplat::FileFacts facts;
     if (nomplat::StatModulePath(path, &facts) != 0 || !facts.exists) return;
     const std::string& target = saved_as.empty() ? path : saved_as;
-    Claim(TargetKey(target), target, path, {facts.device, facts.inode});
+    Claim(TargetKey(target), target, kNoItem, path, {facts.device, facts.inode});
   }
 
-  // Notes that target (key: TargetKey) receives the file source; two different files on one name
-  // (compared without letter case) are refused unless allowed.
-  void Claim(const std::u32string& key, const std::string& target, const std::string& source,
-             const Identity& identity) {
-    const auto found = claims_.find(key);
-    if (found == claims_.end()) {
-      claims_.emplace(key, Claimant{source, identity});
-      return;
-    }
-    if (found->second.identity == identity || options_.allow_collisions) return;
-    if (!collided_.insert(key).second) return;
+  // Notes that target (key: TargetKey) receives a file: the source of plan item `item`, or, for
+  // kNoItem, the file `own` (the main document or view file). Two different files on one name
+  // (compared without letter case) are refused unless allowed. Returns the key as the claims
+  // hold it, which stays where it is while the preflight lives.
+  const std::u32string* Claim(std::u32string key, const std::string& target, size_t item,
+                              const std::string& own, const Identity& identity) {
+    const auto inserted = claims_.emplace(std::move(key), Claimant{item, own, identity});
+    const auto& found = inserted.first;
+    if (inserted.second) return &found->first;
+    if (found->second.identity == identity || options_.allow_collisions) return &found->first;
+    if (!collided_.insert(found->first).second) return &found->first;
+    const std::string& source = item == kNoItem ? own : result_.items[item].source;
     Refuse(Refusal::kCollision, "two different files would land on " + Quoted(target) + ": " +
-                                    Quoted(found->second.source) + " and " + Quoted(source) +
+                                    Quoted(SourceOf(found->second)) + " and " + Quoted(source) +
                                     " (use --force to let the later copy win)");
+    return &found->first;
   }
 
   // Where a target lands, compared without letter case: its native path, so that two spellings
@@ -337,19 +345,42 @@ class NOMSOIPreflight {
   }
 
   // Bytes to write: the last file planned for each target, unless it is already that target.
+  // While the SOI directory does not exist, no name directly inside it does either: those
+  // targets are counted without a look at the disk.
   void CountBytes() {
-    std::map<std::u32string, size_t> last;  // target -> the last item copied to it
+    nomplat::FileFacts soi;
+    const bool soi_exists =
+        nomplat::StatModulePath(options_.soi_directory, &soi) != 0 || soi.exists;
+    std::unordered_map<const std::u32string*, size_t> last;  // target -> the last item to it
     for (size_t i = 0; i < result_.items.size(); ++i) {
       if (result_.items[i].present) last[places_[i].key] = i;
     }
     for (const auto& entry : last) {
       const PlannedItem& item = result_.items[entry.second];
-      nomplat::FileFacts target;
-      if (nomplat::StatModulePath(item.target, &target) == 0 && target.exists &&
-          places_[entry.second].source == Identity{target.device, target.inode})
-        continue;
+      if (soi_exists || !DirectlyInSoi(item.target)) {
+        nomplat::FileFacts target;
+        if (nomplat::StatModulePath(item.target, &target) == 0 && target.exists &&
+            places_[entry.second].source == Identity{target.device, target.inode})
+          continue;
+      }
       result_.bytes = SaturatingAdd(result_.bytes, item.size);
     }
+  }
+
+  // Whether target names an entry directly inside the SOI directory, as the copies' targets
+  // do: the directory as given or normalised, one separator, then a name without separators
+  // that is not "." or "..".
+  bool DirectlyInSoi(const std::string& target) const {
+    for (const std::string* soi : {&options_.soi_directory, &normalised_soi_}) {
+      const size_t length = soi->size();
+      if (length == 0 || target.size() <= length + 1 || target.compare(0, length, *soi) != 0)
+        continue;
+      if (target[length] != '\\' && target[length] != '/') continue;
+      const std::string name = target.substr(length + 1);
+      if (name.find_first_of("\\/") == std::string::npos && name != "." && name != "..")
+        return true;
+    }
+    return false;
   }
 
   // The SOI directory's file system, or that of its nearest existing parent when it is to be
@@ -369,15 +400,40 @@ class NOMSOIPreflight {
     result_.problems.push_back({kind, std::move(message)});
   }
 
-  // Where an item lands and the file it copies, beside result_.items.
+  // Where an item lands (its key in claims_; null for a source that cannot be read) and the
+  // file it copies, beside result_.items.
   struct Place {
-    std::u32string key;
+    const std::u32string* key;
     Identity source;
   };
 
+  static constexpr size_t kNoItem = static_cast<size_t>(-1);
+
+  // The first file claiming a target: a plan item's source, or for kNoItem the file `own`.
   struct Claimant {
-    std::string source;
+    size_t item;
+    std::string own;
     Identity identity;
+  };
+
+  const std::string& SourceOf(const Claimant& claimant) const {
+    return claimant.item == kNoItem ? claimant.own : result_.items[claimant.item].source;
+  }
+
+  // Plan items compared by source and target, so that the set of those met holds indices, not
+  // copies of the paths.
+  struct ItemHash {
+    const std::vector<PlannedItem>* items;
+    size_t operator()(size_t i) const {
+      const PlannedItem& item = (*items)[i];
+      return std::hash<std::string>()(item.source) * 31 + std::hash<std::string>()(item.target);
+    }
+  };
+  struct ItemEqual {
+    const std::vector<PlannedItem>* items;
+    bool operator()(size_t a, size_t b) const {
+      return (*items)[a].source == (*items)[b].source && (*items)[a].target == (*items)[b].target;
+    }
   };
 
   const PreflightOptions& options_;
@@ -386,9 +442,10 @@ class NOMSOIPreflight {
   std::string main_path_;
   std::string normalised_soi_;
   uint64_t followed_ = 0;
-  std::set<std::string> seen_;
+  std::unordered_set<size_t, ItemHash, ItemEqual> seen_{16, ItemHash{&result_.items},
+                                                        ItemEqual{&result_.items}};
   std::vector<Place> places_;
-  std::map<std::u32string, Claimant> claims_;
+  std::unordered_map<std::u32string, Claimant> claims_;
   std::set<std::u32string> collided_;
   // Documents walked to the end, by the path the walk reached them with: their visits and height.
   std::unordered_map<std::string, std::pair<uint64_t, uint64_t>> walked_;

@@ -105,6 +105,13 @@ class NOM_API Env {
   static Env* Default();
 };
 
+// The size of the file at the target of the calling thread's last successful CopyFile through
+// the default Env (made, or found current and not made again): what a caller counting copied
+// bytes would otherwise look up. -1 when there was none since ForgetLastCopySize, which a caller
+// calls before the copy (an Env in between may answer without reaching the default one).
+NOM_API int64_t LastCopySize();
+NOM_API void ForgetLastCopySize();
+
 // The Env in force: the one SetCurrentEnv installed, else Env::Default(). Never null.
 NOM_API Env* CurrentEnv();
 // Installs env (null: the default again) and returns the one it replaces (the default rather

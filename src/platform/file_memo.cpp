@@ -35,8 +35,9 @@ constexpr size_t kContentsBudget = 4u << 20;
 // copies them.
 constexpr size_t kMaxReadable = 1 << 16;
 // Copies kept, likewise: those made again are those of a shared sub-assembly, a few files reached
-// by many paths, while a package of distinct files would only fill the memo.
-constexpr size_t kMaxCopies = 4096;
+// by many paths, and those a host made ahead of the module (the module's copy is then found
+// made), one per file of the package.
+constexpr size_t kMaxCopies = 1 << 16;
 // What keeping contents costs beyond their bytes, so that empty files count too.
 constexpr size_t kEntryCost = 64;
 

@@ -40,7 +40,7 @@ using FileBytes = std::shared_ptr<const std::string>;
 constexpr size_t kMemoFileLimit = 1 << 20;
 
 // Native paths to what is known about the files there. Bounded: contents up to a total of 4 MiB,
-// oldest forgotten first; copies up to 4,096 and files found readable up to 65,536, then forgotten
+// oldest forgotten first; copies and files found readable up to 65,536 each, then forgotten
 // all at once.
 class NOM_API FileMemo {
  public:

@@ -25,6 +25,10 @@
 namespace nomplat {
 namespace {
 
+// The size of the target the calling thread's last copy through the default Env made or found
+// current; -1 when unknown.
+thread_local int64_t t_last_copy_size = -1;
+
 // A file whose mode grants no write permission to anyone is read-only, as a file with Windows'
 // read-only attribute; checked by us because the kernel lets root write it.
 bool IsReadOnly(const struct stat& st) { return (st.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0; }
@@ -331,6 +335,7 @@ class PosixEnv : public Env {
     FileIdentity was, is;
     if (memo != nullptr && !failIfExists && RegularIdentity(from, fromFound, true, &was) &&
         RegularIdentity(to, toFound, false, &is) && memo->CopyIsCurrent(from, to, was, is)) {
+      t_last_copy_size = static_cast<int64_t>(is.size);
       return 0;
     }
     Fd in(-1);
@@ -363,6 +368,7 @@ class PosixEnv : public Env {
     if (error == 0) error = out.Place(failIfExists, &placed);
     if (error != 0) return error;
     NoteFileCreated(to);
+    if (S_ISREG(placed.st_mode)) t_last_copy_size = static_cast<int64_t>(placed.st_size);
     if (memo != nullptr) {
       memo->NoteReadable(from, FileIdentity::Of(source));
       if (S_ISREG(placed.st_mode)) {
@@ -507,6 +513,10 @@ class PosixEnv : public Env {
 };
 
 }  // namespace
+
+void ForgetLastCopySize() { t_last_copy_size = -1; }
+
+int64_t LastCopySize() { return t_last_copy_size; }
 
 Env* Env::Default() {
   static Env* const env = new PosixEnv;  // never destroyed: records may be logged during exit

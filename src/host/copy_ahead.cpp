@@ -1,0 +1,131 @@
+// The copy-ahead thread and its hand-over to the module.
+#include "copy_ahead.h"
+
+#include <sys/stat.h>
+
+#include <functional>
+#include <utility>
+#include <vector>
+
+#include "platform/env.h"
+#include "platform/paths.h"
+#include "platform/win32.h"
+
+namespace nomsoi {
+namespace {
+
+// The directory part of a native path and the name after it ("" for a path without "/").
+std::pair<std::string_view, std::string_view> SplitNative(std::string_view native) {
+  const size_t slash = native.rfind('/');
+  if (slash == std::string_view::npos) return {std::string_view(), native};
+  return {native.substr(0, slash), native.substr(slash + 1)};
+}
+
+}  // namespace
+
+CopyAhead::CopyAhead(const PreflightResult& plan, const std::string& soi_directory, bool start)
+    : plan_(plan), states_(new std::atomic<uint8_t>[plan.items.size()]) {
+  const size_t count = plan_.items.size();
+  for (size_t i = 0; i < count; ++i) states_[i].store(kPending);
+
+  DWORD error = 0;
+  nomplat::FileFacts soi;
+  if (!nomplat::ToNativePathAsWritten(soi_directory, &soi_native_, &error) ||
+      nomplat::StatModulePath(soi_directory, &soi) != 0 || !soi.exists) {
+    return;  // nothing is copied ahead into a directory that cannot be named or found
+  }
+  while (soi_native_.size() > 1 && soi_native_.back() == '/') soi_native_.pop_back();
+
+  for (size_t i = 0; i < count; ++i) {
+    const PlannedItem& item = plan_.items[i];
+    const auto inserted = by_target_.emplace(item.target, i);
+    if (!inserted.second) {
+      // A target planned twice (allowed collisions) is the module's alone: both copies.
+      states_[inserted.first->second].store(kTaken);
+      states_[i].store(kTaken);
+      continue;
+    }
+    if (item.present) {
+      any_ = true;
+      continue;
+    }
+    // A file the run looks for and does not find must still be missing when it looks: a name
+    // of the SOI directory that one stands for is not copied ahead.
+    const std::string native = NativePath(item.source);
+    struct stat parent;
+    if (stat(std::string(SplitNative(native).first).c_str(), &parent) == 0 &&
+        parent.st_dev == soi.device && parent.st_ino == soi.inode) {
+      reserved_.insert(nomplat::CaseFoldKey(nomplat::PathFindFileNameA(item.source.c_str())));
+    }
+  }
+  if (start) Start();
+}
+
+void CopyAhead::Start() {
+  if (any_ && !thread_.joinable()) thread_ = std::thread([this] { Run(); });
+}
+
+void CopyAhead::Finish() {
+  if (thread_.joinable()) thread_.join();
+}
+
+CopyAhead::~CopyAhead() {
+  stop_.store(true);
+  if (thread_.joinable()) thread_.join();
+}
+
+bool CopyAhead::Eligible(const PlannedItem& item, size_t* name_hash) const {
+  if (!item.present || item.kind == ItemKind::kResource) return false;
+  std::string native;
+  DWORD error = 0;
+  if (!nomplat::ToNativePathAsWritten(item.target, &native, &error)) return false;
+  const auto [directory, name] = SplitNative(native);
+  if (directory != soi_native_ || name.empty() || name == "." || name == "..") return false;
+  const std::u32string key = nomplat::CaseFoldKey(nomplat::PathFindFileNameA(item.target.c_str()));
+  if (reserved_.count(key) > 0) return false;
+  *name_hash = std::hash<std::u32string>()(key);
+  return true;
+}
+
+void CopyAhead::Run() {
+  // First the targets that may be copied ahead, each with its name without letter case: names
+  // that two targets share (or whose hashes collide) are left to the module, which writes them
+  // in its order, so that the first spelling to be created is the one that stays.
+  const size_t count = plan_.items.size();
+  std::vector<size_t> hashes(count);
+  std::vector<bool> eligible(count);
+  std::unordered_map<size_t, uint32_t> names;
+  for (size_t i = 0; i < count && !stop_.load(std::memory_order_relaxed); ++i) {
+    eligible[i] = Eligible(plan_.items[i], &hashes[i]);
+    if (eligible[i]) ++names[hashes[i]];
+  }
+  nomplat::Env* const env = nomplat::Env::Default();
+  for (size_t i = 0; i < count && !stop_.load(std::memory_order_relaxed); ++i) {
+    if (!eligible[i] || names[hashes[i]] > 1) continue;
+    uint8_t expected = kPending;
+    if (!states_[i].compare_exchange_strong(expected, kCopying)) continue;
+    const PlannedItem& item = plan_.items[i];
+    // Never over an existing file: what stands at a target is the module's to replace.
+    if (env->CopyFile(item.source, item.target, true) == 0) ++copied_;
+    states_[i].store(kDone);
+    // The module waits rarely: only then is the lock taken and the waiter woken.
+    if (waiters_.load() > 0) {
+      { std::lock_guard<std::mutex> lock(mu_); }
+      copied_one_.notify_all();
+    }
+  }
+}
+
+void CopyAhead::Claim(const std::string& target) {
+  const auto found = by_target_.find(target);
+  if (found == by_target_.end()) return;
+  std::atomic<uint8_t>& state = states_[found->second];
+  uint8_t expected = kPending;
+  if (state.compare_exchange_strong(expected, kTaken) || expected != kCopying) return;
+  std::unique_lock<std::mutex> lock(mu_);
+  ++waiters_;
+  copied_one_.wait(lock, [&state] { return state.load() != kCopying; });
+  --waiters_;
+}
+
+}  // namespace nomsoi
