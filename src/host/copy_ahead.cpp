@@ -99,8 +99,10 @@ void CopyAhead::Run() {
     eligible[i] = Eligible(plan_.items[i], &hashes[i]);
     if (eligible[i]) ++names[hashes[i]];
   }
+  // From the end of the plan backwards, while the module works from its start: the two meet
+  // once, instead of the module catching up with the copy in hand at every step and waiting.
   nomplat::Env* const env = nomplat::Env::Default();
-  for (size_t i = 0; i < count && !stop_.load(std::memory_order_relaxed); ++i) {
+  for (size_t i = count; i-- > 0 && !stop_.load(std::memory_order_relaxed);) {
     if (!eligible[i] || names[hashes[i]] > 1) continue;
     uint8_t expected = kPending;
     if (!states_[i].compare_exchange_strong(expected, kCopying)) continue;

@@ -1,6 +1,7 @@
-// Copying a planned package ahead of the module: a thread that makes the preflight's copies in
-// the module's order while the module walks, so that the module's own copy of each file finds
-// it made already and does nothing (the default Env remembers the copies it made).
+// Copying a planned package beside the module: a thread that makes the preflight's copies while
+// the module walks, from the last planned copy backwards, so that the module's own copy of each
+// file it reaches finds it made already and does nothing (the default Env remembers the copies
+// it made), and the module and the thread meet once, near the middle.
 #ifndef NOM_HOST_COPY_AHEAD_H_
 #define NOM_HOST_COPY_AHEAD_H_
 
