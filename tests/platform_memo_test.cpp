@@ -133,6 +133,19 @@ TEST(FileMemo, CopyIsCurrent_OnlyForSameSourceAndBothIdentities) {
   EXPECT_FALSE(memo.CopyIsCurrent("/p/src", "/q/dst", Identity(7, 3, 100), Identity(9, 3, 101)));
 }
 
+TEST(FileMemo, KnownReadable_CopyMadeReadableWhileAsLeft) {
+  FileMemo memo;
+  memo.NoteCopy("/p/src", "/q/dst", Identity(7, 3, 100), Identity(9, 3, 100), true);
+  EXPECT_TRUE(memo.KnownReadable("/q/dst", Identity(9, 3, 100)));
+  EXPECT_FALSE(memo.KnownReadable("/q/dst", Identity(9, 3, 101)));
+}
+
+TEST(FileMemo, KnownReadable_CopyOwnerMayNotReadIsNot) {
+  FileMemo memo;
+  memo.NoteCopy("/p/src", "/q/dst", Identity(7, 3, 100), Identity(9, 3, 100), false);
+  EXPECT_FALSE(memo.KnownReadable("/q/dst", Identity(9, 3, 100)));
+}
+
 TEST(FileMemo, KnownReadable_OnlyForTheIdentityOpened) {
   FileMemo memo;
   memo.NoteReadable("/p/a", Identity(7, 3, 100));

@@ -45,6 +45,7 @@ struct Copy {
   std::string from;
   FileIdentity source;
   FileIdentity target;
+  bool readable;  // the target, as made, may be read by this process
 };
 
 struct Kept {
@@ -99,7 +100,9 @@ FileMemo::~FileMemo() = default;
 bool FileMemo::KnownReadable(const std::string& native, const FileIdentity& id) {
   std::lock_guard<std::mutex> lock(state_->mu);
   const auto it = state_->readable.find(native);
-  return it != state_->readable.end() && it->second == id;
+  if (it != state_->readable.end() && it->second == id) return true;
+  const auto copy = state_->copies.find(native);
+  return copy != state_->copies.end() && copy->second.readable && copy->second.target == id;
 }
 
 void FileMemo::NoteReadable(const std::string& native, const FileIdentity& id) {
@@ -117,10 +120,10 @@ bool FileMemo::CopyIsCurrent(const std::string& from, const std::string& to,
 }
 
 void FileMemo::NoteCopy(const std::string& from, const std::string& to, const FileIdentity& src,
-                        const FileIdentity& dst) {
+                        const FileIdentity& dst, bool readable) {
   std::lock_guard<std::mutex> lock(state_->mu);
   MakeRoom(&state_->copies, kMaxCopies);
-  state_->copies[to] = Copy{from, src, dst};
+  state_->copies[to] = Copy{from, src, dst, readable};
 }
 
 FileBytes FileMemo::Contents(const std::string& native, const FileIdentity& id) {

@@ -47,7 +47,8 @@ class NOM_API FileMemo {
   // The memo of the default Env.
   static FileMemo& Instance();
 
-  // True when native, now id, was opened for reading as id before.
+  // True when native, now id, was opened for reading as id before, or is a copy made here and
+  // left as id that its owner, this process, may read.
   bool KnownReadable(const std::string& native, const FileIdentity& id);
   // native, as id, was just opened for reading.
   void NoteReadable(const std::string& native, const FileIdentity& id);
@@ -56,9 +57,10 @@ class NOM_API FileMemo {
   // both are so again: the copy would write what `to` already holds.
   bool CopyIsCurrent(const std::string& from, const std::string& to, const FileIdentity& src,
                      const FileIdentity& dst);
-  // `to`, now dst, was just made a copy of `from`, which was src.
+  // `to`, now dst, was just made a copy of `from`, which was src; readable: this process owns
+  // the copy and may read it.
   void NoteCopy(const std::string& from, const std::string& to, const FileIdentity& src,
-                const FileIdentity& dst);
+                const FileIdentity& dst, bool readable = false);
 
   // The contents of native, now id, when they are remembered: read or written as id, or copied
   // as id from a file whose contents are remembered as they were when copied. Null otherwise.

@@ -78,7 +78,8 @@ MbChar CharAt(UINT cp, const unsigned char* s, size_t n, size_t i) {
 }
 
 const unsigned char* _mbsinc(const unsigned char* p) {
-  return p + (p[0] != 0 && p[1] != 0 && IsLeadByteIn(GetACP(), p[0]) ? 2 : 1);
+  if (p[0] < 0x80) return p + 1;  // no code page has a lead byte below 0x81
+  return p + (p[1] != 0 && IsLeadByteIn(GetACP(), p[0]) ? 2 : 1);
 }
 
 int MbsCompare(const std::string& a, const std::string& b) {

@@ -371,9 +371,10 @@ class PosixEnv : public Env {
     if (S_ISREG(placed.st_mode)) t_last_copy_size = static_cast<int64_t>(placed.st_size);
     if (memo != nullptr) {
       memo->NoteReadable(from, FileIdentity::Of(source));
+      // The copy's own entry says whether it may be read: no second entry per file copied.
       if (S_ISREG(placed.st_mode)) {
-        memo->NoteCopy(from, to, FileIdentity::Of(source), FileIdentity::Of(placed));
-        if (OwnReadable(placed)) memo->NoteReadable(to, FileIdentity::Of(placed));
+        memo->NoteCopy(from, to, FileIdentity::Of(source), FileIdentity::Of(placed),
+                       OwnReadable(placed));
       }
     }
     return 0;
