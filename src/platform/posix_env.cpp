@@ -98,13 +98,19 @@ DWORD CopyByReadWrite(int in, int out) {
   }
 }
 
-// Copies the rest of in to out in the kernel (which may share extents) or, where the file
-// systems do not allow it, through a buffer. Files that report no size (as in /proc) are read.
+// Copies in to out in the kernel (which may share extents) or, where the file systems do not
+// allow it, through a buffer: the size source gave when the file was opened, or less when it
+// ends sooner. Files that report no size (as in /proc) are read to their end.
 DWORD CopyContents(int in, int out, const struct stat& source) {
   if (source.st_size == 0) return CopyByReadWrite(in, out);
+  off_t copied = 0;
   for (;;) {
     const ssize_t n = copy_file_range(in, nullptr, out, nullptr, 1 << 30, 0);
-    if (n > 0) continue;
+    if (n > 0) {
+      copied += n;
+      if (copied >= source.st_size) return 0;  // no call to find the end already reached
+      continue;
+    }
     if (n == 0) return 0;
     if (errno == EINTR) continue;
     if (errno == EXDEV || errno == ENOSYS || errno == EINVAL || errno == EOPNOTSUPP) {
