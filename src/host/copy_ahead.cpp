@@ -37,14 +37,10 @@ CopyAhead::CopyAhead(const PreflightResult& plan, const std::string& soi_directo
   while (soi_native_.size() > 1 && soi_native_.back() == '/') soi_native_.pop_back();
 
   for (size_t i = 0; i < count; ++i) {
+    // A target planned twice (allowed collisions) keeps its first item here; Run leaves every
+    // name planned twice to the module.
     const PlannedItem& item = plan_.items[i];
-    const auto inserted = by_target_.emplace(item.target, i);
-    if (!inserted.second) {
-      // A target planned twice (allowed collisions) is the module's alone: both copies.
-      states_[inserted.first->second].store(kTaken);
-      states_[i].store(kTaken);
-      continue;
-    }
+    by_target_.emplace(item.target, i);
     if (item.present) {
       any_ = true;
       continue;

@@ -253,14 +253,15 @@ class NOMSOIPreflight {
   // hold it, which stays where it is while the preflight lives.
   const std::u32string* Claim(std::u32string key, const std::string& target, size_t item,
                               const std::string& own, const Identity& identity) {
-    const auto inserted = claims_.emplace(std::move(key), Claimant{item, own, identity});
+    const Claimant claimant{item, own, identity};
+    const auto inserted = claims_.emplace(std::move(key), claimant);
     const auto& found = inserted.first;
     if (inserted.second) return &found->first;
     if (found->second.identity == identity || options_.allow_collisions) return &found->first;
     if (!collided_.insert(found->first).second) return &found->first;
-    const std::string& source = item == kNoItem ? own : result_.items[item].source;
     Refuse(Refusal::kCollision, "two different files would land on " + Quoted(target) + ": " +
-                                    Quoted(SourceOf(found->second)) + " and " + Quoted(source) +
+                                    Quoted(SourceOf(found->second)) + " and " +
+                                    Quoted(SourceOf(claimant)) +
                                     " (use --force to let the later copy win)");
     return &found->first;
   }
