@@ -120,6 +120,8 @@ NOM_API void SetMaxObjects(uint64_t n);
 // main document and view file gathered) or the ODT mode's (no resources).
 enum class PackWalk { kPackNGo, kOdt };
 
+struct PlannedItem;
+
 struct PreflightOptions {
   PackWalk walk = PackWalk::kPackNGo;
   // The main document as the module will receive it (module path).
@@ -141,6 +143,10 @@ struct PreflightOptions {
   bool allow_collisions = false;
   // Check the free space of the SOI directory's file system.
   bool check_space = true;
+  // Called with each item as the walk plans it, before the walk goes on (its index in the
+  // result's items, the item). Not called for a pair of source and target planned before. Null:
+  // nothing is called.
+  std::function<void(size_t index, const PlannedItem& item)> on_planned;
 };
 
 enum class ItemKind { kDocument, kGeometry, kResource };

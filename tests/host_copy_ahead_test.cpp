@@ -1,8 +1,11 @@
 // Copies made ahead of the module: only new files directly in the output directory, never a
 // target the module has claimed or one planned twice, never the name of a file the run looks for
-// and cannot find; and a pack with copies made ahead logs and writes what one without does.
+// and cannot find; copies staged beside a new output directory while the preflight walks, moved
+// into place or removed with it; and a pack with copies made ahead logs and writes what one
+// without does.
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <string>
 #include <vector>
@@ -24,6 +27,7 @@ using nomsoi::CopyAhead;
 using nomsoi::ItemKind;
 using nomsoi::PlannedItem;
 using nomsoi::PreflightResult;
+using nomsoi::StagedCopies;
 using nomtest::FileExists;
 using nomtest::ReadFile;
 using nomtest::WriteFile;
@@ -178,6 +182,134 @@ TEST_F(CopyAheadTest, Finish_UnreadableSourceLeftToModule) {
 }
 
 // A pack through nomsoi, where copies are made ahead of the module.
+// --- copies staged while the preflight walks ----------------------------------------------------
+
+class StagedCopiesTest : public ::testing::Test {
+ protected:
+  ~StagedCopiesTest() override { nomplat::ForgetRememberedFiles(); }
+
+  // An item copying lib/<name> to out\<name> (or to target, when given); the source is written
+  // unless missing.
+  PlannedItem Item(const std::string& name, ItemKind kind = ItemKind::kDocument,
+                   bool missing = false, const std::string& target = "") {
+    PlannedItem item;
+    item.kind = kind;
+    item.source = dir_.Sub("lib/" + name);
+    item.target = target.empty() ? dir_.Sub("out") + "\\" + name : target;
+    item.present = !missing;
+    if (!missing) WriteFile(item.source, "bytes of " + name);
+    return item;
+  }
+
+  // Hands items to staged as the preflight would, in order, and waits for the copies.
+  static void Walk(StagedCopies& staged, const std::vector<PlannedItem>& items) {
+    for (size_t i = 0; i < items.size(); ++i) staged.Planned(i, items[i]);
+    staged.Finish();
+  }
+
+  std::string Out(const std::string& name) const { return dir_.Sub("out/" + name); }
+  std::vector<std::string> Top() const { return nomtest::ListDir(dir_.path()); }
+
+  nomtest::TempDir dir_;
+};
+
+TEST_F(StagedCopiesTest, Commit_MovesCopiesIntoNewOutputDirectory) {
+  StagedCopies staged(dir_.Sub("out"), {});
+  ASSERT_TRUE(staged.active());
+  Walk(staged, {Item("A.vgxXml"), Item("A.vgxGeom", ItemKind::kGeometry)});
+  EXPECT_FALSE(FileExists(dir_.Sub("out")));
+  EXPECT_EQ(staged.Commit(), (std::vector<size_t>{0, 1}));
+  EXPECT_EQ(ReadFile(Out("A.vgxXml")), "bytes of A.vgxXml");
+  EXPECT_EQ(ReadFile(Out("A.vgxGeom")), "bytes of A.vgxGeom");
+  EXPECT_EQ(Top(), (std::vector<std::string>{"lib", "out"}));
+}
+
+TEST_F(StagedCopiesTest, Commit_CopiesStayCurrentForTheModule) {
+  StagedCopies staged(dir_.Sub("out"), {});
+  const PlannedItem item = Item("A.vgxXml");
+  Walk(staged, {item});
+  ASSERT_EQ(staged.Commit(), (std::vector<size_t>{0}));
+  struct stat before {};
+  ASSERT_EQ(0, lstat(Out("A.vgxXml").c_str(), &before));
+  EXPECT_EQ(0u, nomplat::Env::Default()->CopyFile(item.source, item.target, false));
+  struct stat after {};
+  ASSERT_EQ(0, lstat(Out("A.vgxXml").c_str(), &after));
+  EXPECT_EQ(before.st_ino, after.st_ino);  // found current: not made again
+}
+
+TEST_F(StagedCopiesTest, Discard_LeavesNothingBehind) {
+  {
+    StagedCopies staged(dir_.Sub("out"), {});
+    Walk(staged, {Item("A.vgxXml")});
+    EXPECT_EQ(Top().size(), 2u);  // lib and the staging directory
+  }                               // refused: destroyed without Commit
+  EXPECT_EQ(Top(), (std::vector<std::string>{"lib"}));
+}
+
+TEST_F(StagedCopiesTest, Commit_NothingStagedLeavesNoOutputDirectory) {
+  StagedCopies staged(dir_.Sub("out"), {});
+  Walk(staged, {Item("A.vgxXml", ItemKind::kDocument, /*missing=*/true)});
+  EXPECT_TRUE(staged.Commit().empty());
+  EXPECT_EQ(Top(), (std::vector<std::string>{}));
+}
+
+TEST_F(StagedCopiesTest, Construct_ExistingOutputDirectoryStagesNothing) {
+  WriteFile(Out(".keep"), "");
+  StagedCopies staged(dir_.Sub("out"), {});
+  EXPECT_FALSE(staged.active());
+  EXPECT_EQ(Top(), (std::vector<std::string>{"out"}));
+}
+
+TEST_F(StagedCopiesTest, Construct_OutputDirectoryInOtherCaseStagesNothing) {
+  WriteFile(dir_.Sub("OUT/.keep"), "");
+  StagedCopies staged(dir_.Sub("out"), {});
+  EXPECT_FALSE(staged.active());
+}
+
+TEST_F(StagedCopiesTest, Construct_MissingParentStagesNothing) {
+  StagedCopies staged(dir_.Sub("deeper/out"), {});
+  EXPECT_FALSE(staged.active());
+  EXPECT_EQ(Top(), (std::vector<std::string>{}));
+}
+
+TEST_F(StagedCopiesTest, Planned_NameOfMissingFileNotStaged) {
+  StagedCopies staged(dir_.Sub("out"), {});
+  PlannedItem missing = Item("B.vgxXml", ItemKind::kDocument, /*missing=*/true);
+  missing.source = Out("b.VGXXML");  // looked for in the output directory, in another case
+  const PlannedItem later = Item("B.vgxXml");
+  Walk(staged, {missing, Item("A.vgxXml"), later});
+  EXPECT_EQ(staged.Commit(), (std::vector<size_t>{1}));
+  EXPECT_FALSE(FileExists(Out("B.vgxXml")));
+}
+
+TEST_F(StagedCopiesTest, Planned_NameOfMainDocumentNotStaged) {
+  StagedCopies staged(dir_.Sub("out"), {dir_.Sub("pkg") + "\\SOI.vgxXml", ""});
+  Walk(staged, {Item("soi.vgxxml"), Item("A.vgxXml")});
+  EXPECT_EQ(staged.Commit(), (std::vector<size_t>{1}));
+  EXPECT_FALSE(FileExists(Out("soi.vgxxml")));
+}
+
+TEST_F(StagedCopiesTest, Planned_SecondTargetSharingNameLeftToModule) {
+  StagedCopies staged(dir_.Sub("out"), {});
+  const PlannedItem first = Item("Rail.vgxXml");
+  PlannedItem second = Item("rail.vgxxml");
+  second.source = dir_.Sub("lib/Other.vgxXml");
+  WriteFile(second.source, "other");
+  Walk(staged, {first, second});
+  EXPECT_EQ(staged.Commit(), (std::vector<size_t>{0}));
+  EXPECT_EQ(nomtest::ListDir(dir_.Sub("out")), (std::vector<std::string>{"Rail.vgxXml"}));
+  EXPECT_EQ(ReadFile(Out("Rail.vgxXml")), "bytes of Rail.vgxXml");
+}
+
+TEST_F(StagedCopiesTest, Planned_ResourceAndTargetElsewhereLeftToModule) {
+  StagedCopies staged(dir_.Sub("out"), {});
+  Walk(staged, {Item("Line.png", ItemKind::kResource),
+                Item("A.vgxXml", ItemKind::kDocument, false, dir_.Sub("out") + "\\sub\\A.vgxXml"),
+                Item("B.vgxXml")});
+  EXPECT_EQ(staged.Commit(), (std::vector<size_t>{2}));
+  EXPECT_EQ(nomtest::ListDir(dir_.Sub("out")), (std::vector<std::string>{"B.vgxXml"}));
+}
+
 class CopyAheadPack : public ::testing::Test {
  protected:
   ~CopyAheadPack() override {
@@ -224,6 +356,21 @@ TEST_F(CopyAheadPack, Pack_FileMissingUntilLaterCopyIsReportedMissing) {
   EXPECT_NE(log.find("Info:\t Unable to open Document - " + pkg + "\\B.vgxXml"), std::string::npos)
       << log;
   EXPECT_TRUE(FileExists(dir_.Sub("pkg/B.vgxXml")));  // copied by the second reference
+}
+
+TEST_F(CopyAheadPack, Pack_RefusedIntoNewOutputLeavesNothing) {
+  // A cycle: A names B, B names A. The walk plans A's copies before it finds the cycle.
+  WriteFile(dir_.Sub("lib/A.vgxXml"), nomtest::AssemblyDocument({"B.vgxXml"}));
+  WriteFile(dir_.Sub("lib/A.vgxGeom"), "glb A");
+  WriteFile(dir_.Sub("lib/B.vgxXml"), nomtest::AssemblyDocument({"A.vgxXml"}));
+  WriteFile(dir_.Sub("lib/B.vgxGeom"), "glb B");
+  WriteFile(dir_.Sub("pkg/SOI.vgxXml"),
+            nomtest::MainDocument({{"ProductList", {"..\\lib\\A.vgxXml"}}}));
+  WriteFile(dir_.Sub("pkg/SOI.vgxView"), pk::ViewDocument());
+  EXPECT_EQ(Pack(dir_.Sub("out")), nomsoi::kExitUsage);
+  for (const std::string& entry : nomtest::ListDir(dir_.path())) {
+    EXPECT_TRUE(entry == "lib" || entry == "pkg" || entry == "log") << entry;
+  }
 }
 
 TEST_F(CopyAheadPack, Pack_TreeMatchesSources) {

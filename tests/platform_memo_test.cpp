@@ -165,6 +165,42 @@ TEST(FileMemo, Clear_ForgetsEverything) {
   EXPECT_FALSE(memo.CopyIsCurrent("/p/a", "/q/a", Identity(7, 3, 100), Identity(9, 3, 100)));
 }
 
+TEST(FileMemo, MoveDirectory_FactsFollowFilesInside) {
+  FileMemo memo;
+  memo.NoteContents("/p/stage/a", Identity(7, 3, 100), Bytes("abc"));
+  memo.NoteReadable("/p/stage/a", Identity(7, 3, 100));
+  memo.NoteCopy("/lib/a", "/p/stage/a", Identity(5, 3, 100), Identity(7, 3, 100), true);
+  memo.MoveDirectory("/p/stage", "/p/out");
+  ASSERT_NE(nullptr, memo.Contents("/p/out/a", Identity(7, 3, 100)));
+  EXPECT_EQ("abc", *memo.Contents("/p/out/a", Identity(7, 3, 100)));
+  EXPECT_TRUE(memo.KnownReadable("/p/out/a", Identity(7, 3, 100)));
+  EXPECT_TRUE(memo.CopyIsCurrent("/lib/a", "/p/out/a", Identity(5, 3, 100), Identity(7, 3, 100)));
+  EXPECT_EQ(nullptr, memo.Contents("/p/stage/a", Identity(7, 3, 100)));
+  EXPECT_FALSE(memo.KnownReadable("/p/stage/a", Identity(7, 3, 100)));
+  EXPECT_FALSE(
+      memo.CopyIsCurrent("/lib/a", "/p/stage/a", Identity(5, 3, 100), Identity(7, 3, 100)));
+}
+
+TEST(FileMemo, MoveDirectory_LeavesOtherPathsAlone) {
+  FileMemo memo;
+  memo.NoteReadable("/p/stagehand", Identity(7, 3, 100));  // a name beginning like the directory
+  memo.NoteReadable("/p/stage", Identity(8, 3, 100));      // the directory's own path
+  memo.NoteReadable("/q/stage/a", Identity(9, 3, 100));
+  memo.MoveDirectory("/p/stage", "/p/out");
+  EXPECT_TRUE(memo.KnownReadable("/p/stagehand", Identity(7, 3, 100)));
+  EXPECT_TRUE(memo.KnownReadable("/p/stage", Identity(8, 3, 100)));
+  EXPECT_TRUE(memo.KnownReadable("/q/stage/a", Identity(9, 3, 100)));
+}
+
+TEST(FileMemo, MoveDirectory_CopySourceInsideFollows) {
+  FileMemo memo;
+  memo.NoteContents("/p/stage/a", Identity(7, 3, 100), Bytes("abc"));
+  memo.NoteCopy("/p/stage/a", "/q/b", Identity(7, 3, 100), Identity(9, 3, 100));
+  memo.MoveDirectory("/p/stage", "/p/out");
+  EXPECT_TRUE(memo.CopyIsCurrent("/p/out/a", "/q/b", Identity(7, 3, 100), Identity(9, 3, 100)));
+  ASSERT_NE(nullptr, memo.Contents("/q/b", Identity(9, 3, 100)));
+}
+
 // --- the default Env -----------------------------------------------------------------------------
 
 // Drive C: is a fresh temporary directory; UTF-8, the default Env, nothing remembered.
@@ -432,6 +468,42 @@ TEST_F(RememberedFiles, ForgetRememberedFiles_NextReadOpensFile) {
   ASSERT_EQ(0, Read("C:\\a.vgxXml", "<a/>"));
   nomplat::ForgetRememberedFiles();
   EXPECT_EQ(1, WithoutOpening([] { return Read("C:\\a.vgxXml", "<a/>"); }));
+}
+
+TEST_F(RememberedFiles, MoveNewDirectory_CopiesInsideStayCurrent) {
+  WriteFile(T("a.vgxXml"), "<a/>");
+  ASSERT_EQ(0, mkdir(T("stage").c_str(), 0777));
+  ASSERT_EQ(0u, CurrentEnv()->CopyFile("C:\\a.vgxXml", "C:\\stage\\a.vgxXml", true));
+  const ino_t copied = Inode(T("stage/a.vgxXml"));
+  ASSERT_EQ(0u, nomplat::MoveNewDirectory(T("stage"), T("out")));
+  EXPECT_EQ((std::vector<std::string>{"a.vgxXml", "out"}), ListDir(tmp_.path()));
+  EXPECT_EQ(
+      0, WithoutOpening([] {
+        return static_cast<int>(CurrentEnv()->CopyFile("C:\\a.vgxXml", "C:\\out\\a.vgxXml", false));
+      }));
+  EXPECT_EQ(0u, CurrentEnv()->CopyFile("C:\\a.vgxXml", "C:\\out\\a.vgxXml", false));
+  EXPECT_EQ(copied, Inode(T("out/a.vgxXml")));
+  EXPECT_EQ("<a/>", ReadFile(T("out/a.vgxXml")));
+}
+
+TEST_F(RememberedFiles, MoveNewDirectory_RefusesWhereSomethingStands) {
+  ASSERT_EQ(0, mkdir(T("stage").c_str(), 0777));
+  WriteFile(T("stage/a"), "a");
+  WriteFile(T("out/b"), "b");
+  EXPECT_EQ(80u, nomplat::MoveNewDirectory(T("stage"), T("out")));
+  EXPECT_EQ("a", ReadFile(T("stage/a")));
+  EXPECT_EQ((std::vector<std::string>{"b"}), ListDir(T("out")));
+}
+
+TEST_F(RememberedFiles, MoveNewDirectory_RefusesOverEmptyDirectory) {
+  ASSERT_EQ(0, mkdir(T("stage").c_str(), 0777));
+  ASSERT_EQ(0, mkdir(T("out").c_str(), 0777));
+  EXPECT_EQ(80u, nomplat::MoveNewDirectory(T("stage"), T("out")));
+  EXPECT_TRUE(nomtest::FileExists(T("stage")));
+}
+
+TEST_F(RememberedFiles, MoveNewDirectory_MissingSourceIsPathNotFound) {
+  EXPECT_EQ(3u, nomplat::MoveNewDirectory(T("stage"), T("out")));
 }
 
 }  // namespace

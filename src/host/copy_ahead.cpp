@@ -1,8 +1,13 @@
 // The copy-ahead thread and its hand-over to the module.
 #include "copy_ahead.h"
 
+#include <pthread.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <filesystem>
 #include <functional>
 #include <utility>
 #include <vector>
@@ -10,6 +15,7 @@
 #include "platform/env.h"
 #include "platform/paths.h"
 #include "platform/win32.h"
+#include "platform/winerror.h"
 
 namespace nomsoi {
 namespace {
@@ -23,10 +29,14 @@ std::pair<std::string_view, std::string_view> SplitNative(std::string_view nativ
 
 }  // namespace
 
-CopyAhead::CopyAhead(const PreflightResult& plan, const std::string& soi_directory, bool start)
+CopyAhead::CopyAhead(const PreflightResult& plan, const std::string& soi_directory, bool start,
+                     const std::vector<size_t>& made)
     : plan_(plan), states_(new std::atomic<uint8_t>[plan.items.size()]) {
   const size_t count = plan_.items.size();
   for (size_t i = 0; i < count; ++i) states_[i].store(kPending);
+  for (size_t i : made) {
+    if (i < count) states_[i].store(kDone);
+  }
 
   DWORD error = 0;
   nomplat::FileFacts soi;
@@ -124,6 +134,127 @@ void CopyAhead::Claim(const std::string& target) {
   ++waiters_;
   copied_one_.wait(lock, [&state] { return state.load() != kCopying; });
   --waiters_;
+}
+
+}  // namespace nomsoi
+
+namespace nomsoi {
+
+StagedCopies::StagedCopies(const std::string& out, const std::vector<std::string>& own_files) {
+  DWORD error = 0;
+  nomplat::FileFacts facts;
+  // Missing in every letter case: the module, too, would find nothing there.
+  if (nomplat::CurrentEnv() != nomplat::Env::Default() || nomplat::ReadsConfined() ||
+      nomplat::StatModulePath(out, &facts) != 0 || facts.exists ||
+      !nomplat::ToNativePathAsWritten(out, &out_as_written_, &error)) {
+    return;
+  }
+  while (out_as_written_.size() > 1 && out_as_written_.back() == '/') out_as_written_.pop_back();
+  out_native_ = facts.native;  // the parents that exist, in their own letter case
+  while (out_native_.size() > 1 && out_native_.back() == '/') out_native_.pop_back();
+  const auto [parent, name] = SplitNative(out_native_);
+  if (parent.empty() || name.empty() || name == "." || name == "..") return;
+  struct stat st;
+  if (lstat(out_native_.c_str(), &st) == 0 || errno != ENOENT) return;
+  const std::string parent_native(parent);
+  if (stat(parent_native.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return;
+  staging_native_ =
+      parent_native + "/." + std::string(name) + ".nomsoi-staging." + std::to_string(getpid());
+  if (!nomplat::ToModulePath(staging_native_, &staging_module_) ||
+      mkdir(staging_native_.c_str(), 0777) != 0) {
+    return;
+  }
+  for (const std::string& own : own_files) {
+    if (!own.empty())
+      reserved_.insert(nomplat::CaseFoldKey(nomplat::PathFindFileNameA(own.c_str())));
+  }
+  active_ = true;
+  // The copying thread leaves the interrupting signals to the thread that waits for them.
+  sigset_t all, previous;
+  sigfillset(&all);
+  pthread_sigmask(SIG_BLOCK, &all, &previous);
+  thread_ = std::thread([this] { Run(); });
+  pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+}
+
+StagedCopies::~StagedCopies() { Discard(); }
+
+void StagedCopies::Planned(size_t index, const PlannedItem& item) {
+  if (!active_) return;
+  const std::u32string key = nomplat::CaseFoldKey(
+      nomplat::PathFindFileNameA((item.present ? item.target : item.source).c_str()));
+  std::lock_guard<std::mutex> lock(mu_);
+  if (!item.present) {
+    // Wherever the walk looked for it: the module looks in the output directory too, maybe.
+    reserved_.insert(key);
+    return;
+  }
+  if (item.kind == ItemKind::kResource || reserved_.count(key) > 0) return;
+  std::string native;
+  DWORD error = 0;
+  if (!nomplat::ToNativePathAsWritten(item.target, &native, &error)) return;
+  const auto [directory, name] = SplitNative(native);
+  if (directory != out_as_written_ || name.empty() || name == "." || name == "..") return;
+  queue_.push_back({index, item.source, nomplat::PathFindFileNameA(item.target.c_str())});
+  ++pending_;
+  queued_.notify_one();
+}
+
+void StagedCopies::Finish() {
+  std::unique_lock<std::mutex> lock(mu_);
+  idle_.wait(lock, [this] { return pending_ == 0 || stop_.load(); });
+}
+
+void StagedCopies::Run() {
+  nomplat::Env* const env = nomplat::Env::Default();
+  std::vector<Job> jobs;
+  for (;;) {
+    {
+      std::unique_lock<std::mutex> lock(mu_);
+      queued_.wait(lock, [this] { return stop_.load() || !queue_.empty(); });
+      if (stop_.load()) return;
+      jobs.swap(queue_);
+    }
+    for (const Job& job : jobs) {
+      if (stop_.load()) return;
+      const DWORD error = env->CopyFile(job.source, staging_module_ + "\\" + job.name, true);
+      std::lock_guard<std::mutex> lock(mu_);
+      if (error == 0) made_.push_back(job.index);
+      if (error == nomplat::kErrorDiskFull) stop_.store(true);  // the preflight tells about space
+      if (--pending_ == 0 || stop_.load()) idle_.notify_all();
+    }
+    jobs.clear();
+  }
+}
+
+void StagedCopies::Stop() {
+  {
+    std::lock_guard<std::mutex> lock(mu_);
+    stop_.store(true);
+  }
+  queued_.notify_one();
+  idle_.notify_all();
+  if (thread_.joinable()) thread_.join();
+}
+
+std::vector<size_t> StagedCopies::Commit() {
+  if (!active_) return {};
+  Stop();
+  if (made_.empty() || nomplat::MoveNewDirectory(staging_native_, out_native_) != 0) {
+    Discard();
+    return {};
+  }
+  active_ = false;
+  return std::move(made_);
+}
+
+void StagedCopies::Discard() {
+  if (!active_) return;
+  Stop();
+  active_ = false;
+  made_.clear();
+  std::error_code ignored;
+  std::filesystem::remove_all(staging_native_, ignored);
 }
 
 }  // namespace nomsoi

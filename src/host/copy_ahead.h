@@ -15,6 +15,7 @@
 #include <string_view>
 #include <thread>
 #include <unordered_map>
+#include <vector>
 
 #include "NOMSOIHost.h"
 
@@ -33,8 +34,11 @@ namespace nomsoi {
 class NOM_API CopyAhead {
  public:
   // plan must outlive this object; soi_directory: the run's output directory, which exists.
-  // Starts the thread when there is anything to copy ahead, unless start is false (Start then).
-  CopyAhead(const PreflightResult& plan, const std::string& soi_directory, bool start = true);
+  // made: indices of plan items whose copies stand in it already (StagedCopies), not copied
+  // again. Starts the thread when there is anything to copy ahead, unless start is false (Start
+  // then).
+  CopyAhead(const PreflightResult& plan, const std::string& soi_directory, bool start = true,
+            const std::vector<size_t>& made = {});
   // Stops the thread after the copy it is making, and waits for it.
   ~CopyAhead();
   CopyAhead(const CopyAhead&) = delete;
@@ -71,6 +75,75 @@ class NOM_API CopyAhead {
   std::atomic<bool> stop_{false};
   std::atomic<uint64_t> copied_{0};
   bool any_ = false;  // a source in the plan can be read
+  std::thread thread_;
+};
+
+// Copies made while the preflight walks, into an output directory that does not exist yet: it
+// is staged under a hidden name beside it (".NAME.nomsoi-staging.PID"), and a second thread
+// copies the documents and geometry the walk plans there, in the walk's order, as it plans them.
+// The preflight looks at none of it, so its plan and refusals are those of a run without it. When
+// the run may start, Commit gives the staging directory the output directory's name in one
+// rename (what the default Env remembers of the copies goes with them), and CopyAhead leaves the
+// copies made to the module, which finds them current. When the run is refused, the staging
+// directory goes with everything in it: nothing was written.
+//
+// What the module sees does not change, for the reasons CopyAhead gives: only new files are made
+// (never over one that stands), in the module's own order, so that of two targets sharing a name
+// without letter case the first is made and the later one left to the module; no name of a file
+// the walk looked for and did not find is made. Nothing is staged under confinement, while
+// another Env than the default one is in force, or when the output directory or its parent
+// cannot be named or looked at.
+class NOM_API StagedCopies {
+ public:
+  // out: the run's output directory (module path); own_files: the main document and view file
+  // (module paths, "" for none), whose names nothing is staged under, since the run journals
+  // what stands there before it saves them. Creates the staging directory and starts the thread
+  // when out does not exist and its parent does; else does nothing (active() false).
+  StagedCopies(const std::string& out, const std::vector<std::string>& own_files);
+  // Discards the staging directory unless Commit moved it into place.
+  ~StagedCopies();
+  StagedCopies(const StagedCopies&) = delete;
+  StagedCopies& operator=(const StagedCopies&) = delete;
+
+  bool active() const { return active_; }
+
+  // The preflight's on_planned: item `index` of the plan, queued for the thread when it may be
+  // copied ahead. Cheap; called on the preflight's thread.
+  void Planned(size_t index, const PlannedItem& item);
+
+  // Waits until every item queued so far has been copied or refused (or copying stopped).
+  void Finish();
+
+  // Stops the thread after the copy it is making and gives the staging directory the output
+  // directory's name. Returns the plan indices of the copies that stand there; empty (and the
+  // staging directory removed) when nothing was staged or the rename failed.
+  std::vector<size_t> Commit();
+  // Stops the thread and removes the staging directory with everything in it.
+  void Discard();
+
+ private:
+  struct Job {
+    size_t index;
+    std::string source;
+    std::string name;  // the target's file name
+  };
+
+  void Run();
+  void Stop();
+
+  bool active_ = false;
+  std::string out_native_;             // the output directory, native, where it will be made
+  std::string out_as_written_;         // the same with every name as written, as targets name it
+  std::string staging_native_;         // the staging directory, native
+  std::string staging_module_;         // the staging directory, module path
+  std::set<std::u32string> reserved_;  // names the walk looked for and did not find, own names
+  std::vector<Job> queue_;
+  std::vector<size_t> made_;
+  std::mutex mu_;
+  std::condition_variable queued_;
+  std::condition_variable idle_;
+  size_t pending_ = 0;  // jobs queued and not yet done
+  std::atomic<bool> stop_{false};
   std::thread thread_;
 };
 

@@ -105,6 +105,18 @@ int RunSafely(const ModuleRun& run, const SafetyOptions& safety, RunResult* resu
   if (!main_saved_as.empty()) redirects[run.main_path] = main_saved_as;
   if (!view_saved_as.empty()) redirects[run.view_path] = view_saved_as;
 
+  // Copies are made ahead of the module only where the default Env remembers them, so that the
+  // module's own copy then finds its work done; into a new output directory from the preflight
+  // on.
+  const bool copy_ahead = run.preflight && !safety.dry_run &&
+                          nomplat::CurrentEnv() == nomplat::Env::Default() &&
+                          !nomplat::ReadsConfined();
+  std::unique_ptr<StagedCopies> staged;
+  if (copy_ahead) {
+    staged = std::make_unique<StagedCopies>(
+        run.out, std::vector<std::string>{main_saved_as.empty() ? run.main_path : main_saved_as,
+                                          view_saved_as.empty() ? run.view_path : view_saved_as});
+  }
   PreflightResult plan;
   uint64_t depth = run.stack_depth;
   if (run.preflight) {
@@ -118,6 +130,11 @@ int RunSafely(const ModuleRun& run, const SafetyOptions& safety, RunResult* resu
     options.max_visits = safety.max_visits;
     options.max_depth = safety.max_depth;
     options.allow_collisions = safety.force;
+    if (staged && staged->active()) {
+      options.on_planned = [&staged](size_t index, const PlannedItem& item) {
+        staged->Planned(index, item);
+      };
+    }
     plan = RunPreflight(options);
     if (plan.Refused()) {
       for (const PreflightProblem& problem : plan.problems)
@@ -129,6 +146,8 @@ int RunSafely(const ModuleRun& run, const SafetyOptions& safety, RunResult* resu
     depth = plan.depth;
   }
 
+  const std::vector<size_t> made = staged ? staged->Commit() : std::vector<size_t>();
+  staged.reset();
   if (int status = PrepareOutputDirectory(run.command, "--out", run.out)) return status;
   std::vector<std::string> rewritten;
   if (run.rewritten.empty()) {
@@ -147,15 +166,11 @@ int RunSafely(const ModuleRun& run, const SafetyOptions& safety, RunResult* resu
   int early = 0;
   Outcome& outcome = result->outcome;
   {
-    // Copies are made ahead of the module only where the default Env remembers them, so that
-    // the module's own copy then finds its work done.
-    const bool copy_ahead = run.preflight && nomplat::CurrentEnv() == nomplat::Env::Default() &&
-                            !nomplat::ReadsConfined();
     RunMonitor monitor(run.preflight ? &plan : nullptr, redirects, !safety.report.empty());
     const auto body = [&] {
       // Started on the module's thread, so that the copying thread blocks the same signals.
       std::unique_ptr<CopyAhead> ahead;
-      if (copy_ahead) ahead = std::make_unique<CopyAhead>(plan, run.out);
+      if (copy_ahead) ahead = std::make_unique<CopyAhead>(plan, run.out, true, made);
       monitor.SetCopyAhead(ahead.get());
       struct Detach {
         RunMonitor& monitor;

@@ -70,6 +70,12 @@ class ListingCache {
     }
     std::lock_guard<std::mutex> lock(mu_);
     auto it = listings_.find(dir);
+    // A look taken before another thread created a file there and noted it is out of date, not
+    // the listing: looked at again before the directory is scanned again.
+    if (it != listings_.end() && !it->second.Matches(st) && dirStat != nullptr &&
+        stat(dir.empty() ? "." : dir.c_str(), &st) != 0) {
+      return 0;
+    }
     if (it == listings_.end() || !it->second.Matches(st)) {
       if (listings_.size() >= kMaxListings) listings_.clear();
       Listing listing;

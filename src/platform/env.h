@@ -112,6 +112,12 @@ class NOM_API Env {
 NOM_API int64_t LastCopySize();
 NOM_API void ForgetLastCopySize();
 
+// Gives the directory at native path from the native path to, where nothing may stand yet (the
+// kernel decides, at the rename): what the default Env remembers of the files inside goes with
+// them. Returns 0, or the Windows error: 80 when something stands at to, 3 when from or to's
+// parent is missing; any other failure as MapErrno maps it.
+NOM_API DWORD MoveNewDirectory(const std::string& from, const std::string& to);
+
 // The Env in force: the one SetCurrentEnv installed, else Env::Default(). Never null.
 NOM_API Env* CurrentEnv();
 // Installs env (null: the default again) and returns the one it replaces (the default rather

@@ -5,6 +5,7 @@
 #include <mutex>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 namespace nomplat {
 
@@ -141,6 +142,44 @@ void FileMemo::NoteContents(const std::string& native, const FileIdentity& id, F
   state_->bytes += bytes->size() + kEntryCost;
   state_->order.emplace_back(native, std::move(bytes));
   state_->Trim();
+}
+
+namespace {
+
+// Puts to in place of the leading from of every key of map that lies inside directory from.
+template <typename Map>
+void MoveKeys(Map* map, const std::string& from, const std::string& to) {
+  const std::string prefix = from + '/';
+  std::vector<typename Map::node_type> moved;
+  for (auto it = map->begin(); it != map->end();) {
+    if (it->first.compare(0, prefix.size(), prefix) == 0) {
+      moved.push_back(map->extract(it++));
+    } else {
+      ++it;
+    }
+  }
+  for (auto& node : moved) {
+    node.key() = to + node.key().substr(from.size());
+    map->insert(std::move(node));
+  }
+}
+
+}  // namespace
+
+void FileMemo::MoveDirectory(const std::string& from, const std::string& to) {
+  std::lock_guard<std::mutex> lock(state_->mu);
+  MoveKeys(&state_->readable, from, to);
+  MoveKeys(&state_->copies, from, to);
+  MoveKeys(&state_->contents, from, to);
+  const std::string prefix = from + '/';
+  for (auto& [native, bytes] : state_->order) {
+    if (native.compare(0, prefix.size(), prefix) == 0) native = to + native.substr(from.size());
+  }
+  for (auto& [target, copy] : state_->copies) {
+    if (copy.from.compare(0, prefix.size(), prefix) == 0) {
+      copy.from = to + copy.from.substr(from.size());
+    }
+  }
 }
 
 void FileMemo::Clear() {

@@ -68,6 +68,11 @@ class NOM_API FileMemo {
   // native, now id, holds bytes (read or just written). Larger than kMemoFileLimit: ignored.
   void NoteContents(const std::string& native, const FileIdentity& id, FileBytes bytes);
 
+  // The directory from (a native path) now has the native path to: what is remembered of files
+  // inside it is remembered under their new paths (a directory's rename leaves their identities
+  // as they were).
+  void MoveDirectory(const std::string& from, const std::string& to);
+
   // Forgets everything (a test that rewrites files within one clock tick calls it).
   void Clear();
 

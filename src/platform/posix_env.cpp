@@ -203,6 +203,26 @@ bool CanNameUnnamedFiles() {
   return can;
 }
 
+// Links the unnamed file fd in under native path name: by the descriptor itself where this
+// process may (it holds CAP_DAC_READ_SEARCH), which spares the kernel a walk through /proc, else
+// through /proc/self/fd. Returns 0 or -1 with errno set, as linkat.
+int LinkUnnamed(int fd, const std::string& name) {
+  // -1: not tried yet; 1: linking by descriptor works here; 0: it does not.
+  static std::atomic<int> byDescriptor{-1};
+  if (byDescriptor.load(std::memory_order_relaxed) != 0) {
+    if (linkat(fd, "", AT_FDCWD, name.c_str(), AT_EMPTY_PATH) == 0) {
+      byDescriptor.store(1, std::memory_order_relaxed);
+      return 0;
+    }
+    if (errno != ENOENT && errno != EPERM && errno != EINVAL) return -1;
+    // ENOENT is also what a missing directory gives: only a first failure decides.
+    if (byDescriptor.load(std::memory_order_relaxed) == 1) return -1;
+    byDescriptor.store(0, std::memory_order_relaxed);
+  }
+  const std::string self = "/proc/self/fd/" + std::to_string(fd);
+  return linkat(AT_FDCWD, self.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW);
+}
+
 // A file that takes the place of native path target once it is complete. Where nothing stands
 // at target it is an unnamed file in target's directory (O_TMPFILE), linked in under target's
 // name when placed: as cheap as creating the file in place, and a crash leaves nothing. Else, or
@@ -221,11 +241,13 @@ class Replacement {
   Replacement(const Replacement&) = delete;
   Replacement& operator=(const Replacement&) = delete;
 
-  // Creates the file with permissions mode (less the umask); targetExists: something stands at
-  // the target (it is then replaced by rename). Returns 0 or the Windows error.
-  DWORD Create(mode_t mode, bool targetExists) {
+  // Creates the file with permissions mode (less the umask), or unnamedMode when it is an
+  // unnamed file, which nobody else can open before it is placed; targetExists: something stands
+  // at the target (it is then replaced by rename). Returns 0 or the Windows error.
+  DWORD Create(mode_t mode, bool targetExists, mode_t unnamedMode) {
     if (!targetExists && CanNameUnnamedFiles()) {
-      Fd unnamed(open(ParentDirectory(target_).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, mode));
+      Fd unnamed(
+          open(ParentDirectory(target_).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, unnamedMode));
       if (unnamed) {
         fd_ = std::move(unnamed);
         return 0;
@@ -234,8 +256,18 @@ class Replacement {
     }
     return CreateTempBeside(target_, mode, &fd_, &temp_);
   }
+  DWORD Create(mode_t mode, bool targetExists) { return Create(mode, targetExists, mode); }
 
   int fd() const { return fd_.get(); }
+
+  // Gives the file permissions mode: a named temporary at once, an unnamed file when it is
+  // placed, and then only when the umask or a default ACL gave it others than it was created
+  // with (the look that placing takes anyway tells).
+  DWORD SetMode(mode_t mode) {
+    mode_ = mode;
+    if (!temp_.empty() && fchmod(fd_.get(), mode) != 0) return MapErrno(errno);
+    return 0;
+  }
 
   // Closes the file and gives it the target's name: replacing what stands there, or, with
   // noReplace, only when nothing does (80 otherwise). Returns 0 or the Windows error, the
@@ -243,9 +275,18 @@ class Replacement {
   // now at the target (without looking the target up again where that can be avoided).
   DWORD Place(bool noReplace, struct stat* placed = nullptr) {
     if (temp_.empty()) {
-      const std::string self = "/proc/self/fd/" + std::to_string(fd_.get());
-      if (linkat(AT_FDCWD, self.c_str(), AT_FDCWD, target_.c_str(), AT_SYMLINK_FOLLOW) == 0) {
-        if (placed != nullptr && fstat(fd_.get(), placed) != 0) placed->st_mode = 0;
+      if (LinkUnnamed(fd_.get(), target_) == 0) {
+        struct stat st;
+        if (fstat(fd_.get(), &st) != 0) st.st_mode = 0;
+        if (mode_ != kUnknownMode && S_ISREG(st.st_mode) && (st.st_mode & 07777) != mode_) {
+          if (fchmod(fd_.get(), mode_) != 0) {
+            const DWORD error = MapErrno(errno);
+            unlink(target_.c_str());
+            return error;
+          }
+          if (fstat(fd_.get(), &st) != 0) st.st_mode = 0;
+        }
+        if (placed != nullptr) *placed = st;
         const DWORD closed = fd_.Close();
         if (closed != 0) unlink(target_.c_str());
         return closed;
@@ -254,10 +295,7 @@ class Replacement {
       if (noReplace) return kErrorFileExists;
       // Something appeared at the target since it was looked at: named, then renamed over it.
       const DWORD named = NameBeside(
-          target_,
-          [&self](const std::string& name) {
-            return linkat(AT_FDCWD, self.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0;
-          },
+          target_, [this](const std::string& name) { return LinkUnnamed(fd_.get(), name) == 0; },
           &temp_);
       if (named != 0) return named;
     }
@@ -272,6 +310,8 @@ class Replacement {
   std::string target_;
   Fd fd_{-1};
   std::string temp_;  // the named temporary, when there is one
+  static constexpr mode_t kUnknownMode = ~mode_t{0};
+  mode_t mode_ = kUnknownMode;  // the permissions SetMode asked for, if it was called
 };
 
 DWORD MakeDirectories(const std::string& native) {
@@ -362,13 +402,13 @@ class PosixEnv : public Env {
     } else if (to.back() == '/') {
       return MapErrno(EISDIR);  // "name\" can only be a directory
     }
+    // The source's permissions, never wider, and writable by the owner so it can be replaced;
+    // a named temporary is readable by its owner alone until it is complete.
+    const mode_t mode = (source.st_mode & 0777) | S_IWUSR;
     Replacement out(to);
-    if ((error = out.Create(S_IRUSR | S_IWUSR, exists)) != 0) return error;
+    if ((error = out.Create(S_IRUSR | S_IWUSR, exists, mode)) != 0) return error;
     error = CopyContents(in.get(), out.fd(), source);
-    // The source's permissions, never wider, and writable by the owner so it can be replaced.
-    if (error == 0 && fchmod(out.fd(), (source.st_mode & 0777) | S_IWUSR) != 0) {
-      error = MapErrno(errno);
-    }
+    if (error == 0) error = out.SetMode(mode);
     if (error == 0) error = KeepModificationTime(out.fd(), source);
     struct stat placed;
     if (error == 0) error = out.Place(failIfExists, &placed);
@@ -404,18 +444,27 @@ class PosixEnv : public Env {
     Fd fd(-1);
     struct stat st;
     if ((error = OpenRegularForReading(native, &fd, &st)) != 0) return error;
-    contents->reserve(static_cast<size_t>(st.st_size));
-    char buffer[1 << 16];
+    // Read straight into the string; the size the file had when opened ends the reading, so
+    // that no call is made to find an end already reached (the look after the reading tells
+    // whether it changed). A file that reports no size (as in /proc) is read to its end.
+    const size_t expected = static_cast<size_t>(st.st_size);
+    size_t total = 0;
+    contents->resize(expected > 0 ? expected : 1 << 12);
     for (;;) {
-      const ssize_t n = read(fd.get(), buffer, sizeof buffer);
+      if (total == contents->size()) {
+        if (expected > 0 && total == expected) break;
+        contents->resize(total * 2);
+      }
+      const ssize_t n = read(fd.get(), &(*contents)[total], contents->size() - total);
       if (n == 0) break;
       if (n < 0 && errno == EINTR) continue;
       if (n < 0) {
         contents->clear();
         return MapErrno(errno);
       }
-      contents->append(buffer, static_cast<size_t>(n));
+      total += static_cast<size_t>(n);
     }
+    contents->resize(total);
     // Kept only when the file did not change while it was read.
     struct stat after;
     if (memo != nullptr && contents->size() <= kMemoFileLimit && fstat(fd.get(), &after) == 0 &&
@@ -505,8 +554,9 @@ class PosixEnv : public Env {
     }
     if (!created && (error = write(nullptr, 0)) != 0) return error;  // empty contents
     // The replacement keeps the permissions of the file it replaces (not of a link's target).
-    if (exists && !S_ISLNK(existing.st_mode) && fchmod(out.fd(), existing.st_mode & 07777) != 0) {
-      return MapErrno(errno);
+    if (exists && !S_ISLNK(existing.st_mode) &&
+        (error = out.SetMode(existing.st_mode & 07777)) != 0) {
+      return error;
     }
     struct stat placed;
     if ((error = out.Place(false, &placed)) != 0) return error;
@@ -520,6 +570,24 @@ class PosixEnv : public Env {
 };
 
 }  // namespace
+
+DWORD MoveNewDirectory(const std::string& from, const std::string& to) {
+  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) != 0) {
+    if (errno == ENOENT) return kErrorPathNotFound;
+    if (errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP) {
+      return errno == ENOTEMPTY ? kErrorFileExists : MapErrno(errno);
+    }
+    // A file system without the flag: looked at first, then renamed.
+    struct stat st;
+    if (lstat(to.c_str(), &st) == 0) return kErrorFileExists;
+    if (rename(from.c_str(), to.c_str()) != 0) {
+      return errno == ENOENT ? kErrorPathNotFound : MapErrno(errno);
+    }
+  }
+  FileMemo::Instance().MoveDirectory(from, to);
+  ClearListings();  // listings of the parent and of both paths are out of date: rare, so all go
+  return 0;
+}
 
 void ForgetLastCopySize() { t_last_copy_size = -1; }
 
