@@ -143,10 +143,12 @@ struct PreflightOptions {
   bool allow_collisions = false;
   // Check the free space of the SOI directory's file system.
   bool check_space = true;
-  // Called with each item as the walk plans it, before the walk goes on (its index in the
-  // result's items, the item). Not called for a pair of source and target planned before. Null:
+  // Called with each item as the walk plans it, before the walk goes on: its index in the
+  // result's items, the item, and the native path of its source as the look-up found it ("" when
+  // it cannot be mapped). Not called for a pair of source and target planned before. Null:
   // nothing is called.
-  std::function<void(size_t index, const PlannedItem& item)> on_planned;
+  std::function<void(size_t index, const PlannedItem& item, const std::string& native_source)>
+      on_planned;
 };
 
 enum class ItemKind { kDocument, kGeometry, kResource };

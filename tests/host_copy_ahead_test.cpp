@@ -13,6 +13,7 @@
 #include "commands.h"
 #include "host/copy_ahead.h"
 #include "platform/file_memo.h"
+#include "platform/paths.h"
 #include "services/NOMZUBLog.h"
 #include "services/NOMZUBVGXGen.h"
 #include "support/driver_package.h"
@@ -203,7 +204,12 @@ class StagedCopiesTest : public ::testing::Test {
 
   // Hands items to staged as the preflight would, in order, and waits for the copies.
   static void Walk(StagedCopies& staged, const std::vector<PlannedItem>& items) {
-    for (size_t i = 0; i < items.size(); ++i) staged.Planned(i, items[i]);
+    for (size_t i = 0; i < items.size(); ++i) {
+      std::string native;
+      DWORD error = 0;
+      if (!nomplat::ToNativePath(items[i].source, &native, &error)) native.clear();
+      staged.Planned(i, items[i], native);
+    }
     staged.Finish();
   }
 

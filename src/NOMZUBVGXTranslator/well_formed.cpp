@@ -272,7 +272,11 @@ Problem ReferenceToNonCharacter(std::string_view s, size_t at, size_t end, uint3
 
 class Scanner {
  public:
-  explicit Scanner(std::string_view s) : s_(s), n_(s.size()) {}
+  explicit Scanner(std::string_view s) : s_(s), n_(s.size()) {
+    // Room for what ordinary documents need, so that judging one allocates twice.
+    open_.reserve(32);
+    attributes_.reserve(16);
+  }
 
   // Judges the document. Stops without a problem at an internal DTD subset, with
   // *internal_subset set (the caller has the document judged by a full parser).

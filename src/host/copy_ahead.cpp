@@ -160,10 +160,7 @@ StagedCopies::StagedCopies(const std::string& out, const std::vector<std::string
   if (stat(parent_native.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return;
   staging_native_ =
       parent_native + "/." + std::string(name) + ".nomsoi-staging." + std::to_string(getpid());
-  if (!nomplat::ToModulePath(staging_native_, &staging_module_) ||
-      mkdir(staging_native_.c_str(), 0777) != 0) {
-    return;
-  }
+  if (mkdir(staging_native_.c_str(), 0777) != 0) return;
   for (const std::string& own : own_files) {
     if (!own.empty())
       reserved_.insert(nomplat::CaseFoldKey(nomplat::PathFindFileNameA(own.c_str())));
@@ -179,8 +176,9 @@ StagedCopies::StagedCopies(const std::string& out, const std::vector<std::string
 
 StagedCopies::~StagedCopies() { Discard(); }
 
-void StagedCopies::Planned(size_t index, const PlannedItem& item) {
-  if (!active_) return;
+void StagedCopies::Planned(size_t index, const PlannedItem& item,
+                           const std::string& native_source) {
+  if (!active_ || (item.present && native_source.empty())) return;
   const std::u32string key = nomplat::CaseFoldKey(
       nomplat::PathFindFileNameA((item.present ? item.target : item.source).c_str()));
   std::lock_guard<std::mutex> lock(mu_);
@@ -189,13 +187,18 @@ void StagedCopies::Planned(size_t index, const PlannedItem& item) {
     reserved_.insert(key);
     return;
   }
-  if (item.kind == ItemKind::kResource || reserved_.count(key) > 0) return;
+  // Of two targets sharing a name without letter case, the first is made, the later left to the
+  // module (which replaces it in the first one's spelling).
+  if (item.kind == ItemKind::kResource || reserved_.count(key) > 0 ||
+      !queued_names_.insert(key).second) {
+    return;
+  }
   std::string native;
   DWORD error = 0;
   if (!nomplat::ToNativePathAsWritten(item.target, &native, &error)) return;
   const auto [directory, name] = SplitNative(native);
   if (directory != out_as_written_ || name.empty() || name == "." || name == "..") return;
-  queue_.push_back({index, item.source, nomplat::PathFindFileNameA(item.target.c_str())});
+  queue_.push_back({index, native_source, staging_native_ + "/" + std::string(name)});
   ++pending_;
   queued_.notify_one();
 }
@@ -206,7 +209,6 @@ void StagedCopies::Finish() {
 }
 
 void StagedCopies::Run() {
-  nomplat::Env* const env = nomplat::Env::Default();
   std::vector<Job> jobs;
   for (;;) {
     {
@@ -217,7 +219,8 @@ void StagedCopies::Run() {
     }
     for (const Job& job : jobs) {
       if (stop_.load()) return;
-      const DWORD error = env->CopyFile(job.source, staging_module_ + "\\" + job.name, true);
+      // In a directory of the run's own: made in place, remembered as the module's copies are.
+      const DWORD error = nomplat::CopyToNewFile(job.source, job.target);
       std::lock_guard<std::mutex> lock(mu_);
       if (error == 0) made_.push_back(job.index);
       if (error == nomplat::kErrorDiskFull) stop_.store(true);  // the preflight tells about space

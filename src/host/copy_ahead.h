@@ -107,9 +107,10 @@ class NOM_API StagedCopies {
 
   bool active() const { return active_; }
 
-  // The preflight's on_planned: item `index` of the plan, queued for the thread when it may be
-  // copied ahead. Cheap; called on the preflight's thread.
-  void Planned(size_t index, const PlannedItem& item);
+  // The preflight's on_planned: item `index` of the plan, whose source the look-up found at
+  // native_source, queued for the thread when it may be copied ahead. Cheap; called on the
+  // preflight's thread.
+  void Planned(size_t index, const PlannedItem& item, const std::string& native_source);
 
   // Waits until every item queued so far has been copied or refused (or copying stopped).
   void Finish();
@@ -124,8 +125,8 @@ class NOM_API StagedCopies {
  private:
   struct Job {
     size_t index;
-    std::string source;
-    std::string name;  // the target's file name
+    std::string source;  // native
+    std::string target;  // native, in the staging directory
   };
 
   void Run();
@@ -135,8 +136,8 @@ class NOM_API StagedCopies {
   std::string out_native_;             // the output directory, native, where it will be made
   std::string out_as_written_;         // the same with every name as written, as targets name it
   std::string staging_native_;         // the staging directory, native
-  std::string staging_module_;         // the staging directory, module path
   std::set<std::u32string> reserved_;  // names the walk looked for and did not find, own names
+  std::set<std::u32string> queued_names_;  // names of the targets queued, without letter case
   std::vector<Job> queue_;
   std::vector<size_t> made_;
   std::mutex mu_;

@@ -131,8 +131,9 @@ int RunSafely(const ModuleRun& run, const SafetyOptions& safety, RunResult* resu
     options.max_depth = safety.max_depth;
     options.allow_collisions = safety.force;
     if (staged && staged->active()) {
-      options.on_planned = [&staged](size_t index, const PlannedItem& item) {
-        staged->Planned(index, item);
+      options.on_planned = [&staged](size_t index, const PlannedItem& item,
+                                     const std::string& native_source) {
+        staged->Planned(index, item, native_source);
       };
     }
     plan = RunPreflight(options);

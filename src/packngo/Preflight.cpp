@@ -222,7 +222,9 @@ class NOMSOIPreflight {
                 : nullptr;
     places_.push_back({key, identity});
     if (facts->exists && !facts->confined) ReportOutside(kind, source, referrer, *facts);
-    if (options_.on_planned) options_.on_planned(result_.items.size() - 1, result_.items.back());
+    if (options_.on_planned) {
+      options_.on_planned(result_.items.size() - 1, result_.items.back(), facts->native);
+    }
   }
 
   void CheckConfined(ItemKind kind, const std::string& path, const std::string& referrer) {

@@ -73,6 +73,9 @@ NOM_API int MultiByteToWideChar(UINT cp, DWORD flags, const char* src, int cbMul
 // names and XML text; unchanged under 65001 and for ASCII text.
 NOM_API std::string AcpToUtf8(const std::string& text);
 NOM_API std::string Utf8ToAcp(const std::string& text);
+// Whether AcpToUtf8 gives text back unchanged (65001, or ASCII text), so that a caller can use
+// text as it is.
+NOM_API bool AcpTextIsUtf8(const std::string& text);
 // UTF-16 text to UTF-8; an unpaired surrogate becomes U+FFFD.
 NOM_API std::string Utf16ToUtf8(const std::u16string& text);
 

@@ -112,6 +112,14 @@ class NOM_API Env {
 NOM_API int64_t LastCopySize();
 NOM_API void ForgetLastCopySize();
 
+// Copies the regular file at native path from to a new file at native path to, made in place
+// under its name: for a directory of the process's own that nobody reads before its copies are
+// done (a staging directory); a copy that fails removes what it made. Keeps from's modification
+// time and permission bits (plus owner write, never more), as CopyFile does, and is remembered
+// by the default Env as its copies are, so that a CopyFile of the same files finds it current.
+// Returns 0, or the Windows error: 80 when something stands at to, else as CopyFile.
+NOM_API DWORD CopyToNewFile(const std::string& from, const std::string& to);
+
 // Gives the directory at native path from the native path to, where nothing may stand yet (the
 // kernel decides, at the rename): what the default Env remembers of the files inside goes with
 // them. Returns 0, or the Windows error: 80 when something stands at to, 3 when from or to's

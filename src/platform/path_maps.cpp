@@ -340,7 +340,10 @@ namespace {
 // stays, so that "file\\" cannot open a file.
 bool MapPath(const std::string& modulePath, bool lookUp, std::string* nativePath, DWORD* error,
              FoundEntry* entry) {
-  const std::string path = AcpToUtf8(modulePath);
+  std::string converted;  // only where the code page needs it: most paths are used as they are
+  const bool asIs = AcpTextIsUtf8(modulePath);
+  if (!asIs) converted = AcpToUtf8(modulePath);
+  const std::string& path = asIs ? modulePath : converted;
   if (IsRefusedName(path)) {
     *error = kErrorInvalidName;
     return false;

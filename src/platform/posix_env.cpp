@@ -571,6 +571,34 @@ class PosixEnv : public Env {
 
 }  // namespace
 
+DWORD CopyToNewFile(const std::string& from, const std::string& to) {
+  Fd in(-1);
+  struct stat source;
+  if (const DWORD error = OpenRegularForReading(from, &in, &source)) return error;
+  const mode_t mode = (source.st_mode & 0777) | S_IWUSR;
+  Fd out(open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+  if (!out) return PathError(to, errno);
+  DWORD error = CopyContents(in.get(), out.get(), source);
+  if (error == 0) error = KeepModificationTime(out.get(), source);
+  struct stat made;
+  if (error == 0 && fstat(out.get(), &made) != 0) error = MapErrno(errno);
+  // The umask or a default ACL may have taken bits away.
+  if (error == 0 && (made.st_mode & 07777) != mode &&
+      (fchmod(out.get(), mode) != 0 || fstat(out.get(), &made) != 0)) {
+    error = MapErrno(errno);
+  }
+  if (error == 0) error = out.Close();
+  if (error != 0) {
+    unlink(to.c_str());
+    return error;
+  }
+  if (FileMemo* memo = Memo()) {
+    memo->NoteReadable(from, FileIdentity::Of(source));
+    memo->NoteCopy(from, to, FileIdentity::Of(source), FileIdentity::Of(made), OwnReadable(made));
+  }
+  return 0;
+}
+
 DWORD MoveNewDirectory(const std::string& from, const std::string& to) {
   if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) != 0) {
     if (errno == ENOENT) return kErrorPathNotFound;

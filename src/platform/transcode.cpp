@@ -163,10 +163,13 @@ int MultiByteToWideChar(UINT cp, DWORD /*flags*/, const char* src, int cbMultiBy
   return units;
 }
 
+bool AcpTextIsUtf8(const std::string& text) {
+  return GetACP() == CP_UTF8 || IsAscii(text.data(), text.size());
+}
+
 std::string AcpToUtf8(const std::string& text) {
-  const UINT acp = GetACP();
-  if (acp == CP_UTF8 || IsAscii(text.data(), text.size())) return text;
-  return Transcode({AcpName(), kUtf8Name, acp, CodePageStep, kUtf8Replacement}, text.data(),
+  if (AcpTextIsUtf8(text)) return text;
+  return Transcode({AcpName(), kUtf8Name, GetACP(), CodePageStep, kUtf8Replacement}, text.data(),
                    text.size());
 }
 
