@@ -259,6 +259,17 @@ TEST_F(StagedCopiesTest, Commit_NothingStagedLeavesNoOutputDirectory) {
   EXPECT_EQ(Top(), (std::vector<std::string>{}));
 }
 
+TEST_F(StagedCopiesTest, Construct_RemovesStagingOfRunThatIsGone) {
+  // A process id above the kernel's largest names no process.
+  WriteFile(dir_.Sub(".out.nomsoi-staging.999999999/A.vgxXml"), "left behind");
+  WriteFile(dir_.Sub(".out.nomsoi-staging.1/B.vgxXml"), "init's, still running");
+  WriteFile(dir_.Sub(".other.nomsoi-staging.999999999/C.vgxXml"), "another output's");
+  StagedCopies staged(dir_.Sub("out"), {});
+  staged.Discard();
+  EXPECT_EQ(Top(),
+            (std::vector<std::string>{".other.nomsoi-staging.999999999", ".out.nomsoi-staging.1"}));
+}
+
 TEST_F(StagedCopiesTest, Construct_ExistingOutputDirectoryStagesNothing) {
   WriteFile(Out(".keep"), "");
   StagedCopies staged(dir_.Sub("out"), {});

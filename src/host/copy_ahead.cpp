@@ -27,6 +27,26 @@ std::pair<std::string_view, std::string_view> SplitNative(std::string_view nativ
   return {native.substr(0, slash), native.substr(slash + 1)};
 }
 
+// Removes the staging directories named prefix + PID in parent whose process is gone: a run
+// killed while its preflight walked leaves one behind.
+void RemoveAbandonedStaging(const std::string& parent, const std::string& prefix) {
+  std::error_code ec;
+  for (const auto& entry : std::filesystem::directory_iterator(parent, ec)) {
+    const std::string file = entry.path().filename().string();
+    if (file.compare(0, prefix.size(), prefix) != 0) continue;
+    const std::string digits = file.substr(prefix.size());
+    if (digits.empty() || digits.size() > 9 ||
+        digits.find_first_not_of("0123456789") != std::string::npos) {
+      continue;
+    }
+    const pid_t pid = static_cast<pid_t>(std::stol(digits));
+    if (pid > 0 && kill(pid, 0) != 0 && errno == ESRCH) {
+      std::error_code ignored;
+      std::filesystem::remove_all(entry.path(), ignored);
+    }
+  }
+}
+
 }  // namespace
 
 CopyAhead::CopyAhead(const PreflightResult& plan, const std::string& soi_directory, bool start,
@@ -158,8 +178,9 @@ StagedCopies::StagedCopies(const std::string& out, const std::vector<std::string
   if (lstat(out_native_.c_str(), &st) == 0 || errno != ENOENT) return;
   const std::string parent_native(parent);
   if (stat(parent_native.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return;
-  staging_native_ =
-      parent_native + "/." + std::string(name) + ".nomsoi-staging." + std::to_string(getpid());
+  const std::string prefix = "." + std::string(name) + ".nomsoi-staging.";
+  RemoveAbandonedStaging(parent_native, prefix);
+  staging_native_ = parent_native + "/" + prefix + std::to_string(getpid());
   if (mkdir(staging_native_.c_str(), 0777) != 0) return;
   for (const std::string& own : own_files) {
     if (!own.empty())

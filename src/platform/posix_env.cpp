@@ -562,7 +562,10 @@ class PosixEnv : public Env {
     if ((error = out.Place(false, &placed)) != 0) return error;
     NoteFileCreated(native);
     if (memo != nullptr && S_ISREG(placed.st_mode)) {
-      if (keeping) memo->NoteContents(native, FileIdentity::Of(placed), written);
+      if (keeping) {
+        written->shrink_to_fit();  // grown piece by piece: kept at its size, not its capacity
+        memo->NoteContents(native, FileIdentity::Of(placed), written);
+      }
       if (OwnReadable(placed)) memo->NoteReadable(native, FileIdentity::Of(placed));
     }
     return 0;
