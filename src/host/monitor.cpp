@@ -126,16 +126,17 @@ std::string RunMonitor::ReferrerOf(const std::string& source) const {
 
 void RunMonitor::NoteCopied(const std::string& src, const std::string& dst, int64_t size) {
   if (!copied_targets_.insert(dst).second) return;
-  OutcomeItem item{KindOf(src, dst), src, dst, ReferrerOf(src), 0};
-  if (item.kind == "document") {
+  std::string kind = KindOf(src, dst);
+  if (kind == "document") {
     ++outcome_.documents;
-  } else if (item.kind == "geometry") {
+  } else if (kind == "geometry") {
     ++outcome_.geometry;
   } else {
     ++outcome_.resources;
   }
   outcome_.bytes += size >= 0 ? static_cast<uint64_t>(size) : SizeOf(dst);
-  if (keep_copied_) outcome_.copied.push_back(std::move(item));
+  // The item with its paths only for a report: a large package costs no memory per file.
+  if (keep_copied_) outcome_.copied.push_back({std::move(kind), src, dst, ReferrerOf(src), 0});
   if (progress_) progress_->Update(outcome_);
 }
 
