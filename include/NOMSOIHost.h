@@ -18,6 +18,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -143,6 +144,10 @@ struct PreflightOptions {
   bool allow_collisions = false;
   // Check the free space of the SOI directory's file system.
   bool check_space = true;
+  // The free bytes to check the copies against, when the caller measured them before it wrote
+  // anything there itself (copies staged while the walk runs); unset: measured when the walk is
+  // done.
+  std::optional<uint64_t> free_bytes;
   // Called with each item as the walk plans it, before the walk goes on: its index in the
   // result's items, the item, and the native path of its source as the look-up found it ("" when
   // it cannot be mapped). Not called for a pair of source and target planned before. Null:

@@ -331,6 +331,23 @@ TEST_F(Preflight, NotEnoughFreeSpaceIsRefused) {
                                           std::to_string(needed - 1) + " bytes free");
 }
 
+TEST_F(Preflight, FreeSpaceGivenIsCheckedInsteadOfMeasured) {
+  Product("lib/A.vgxXml", AssemblyDocument({kAbsent}));
+  Package({{"ProductList", {"..\\lib\\A.vgxXml"}}});
+  PreflightOptions options = Options();
+  options.check_space = true;
+  const uint64_t needed = nomsoi::RunPreflight(options).bytes;
+  FixedFreeSpace measured(0);   // what the file system says now, after copies were staged
+  options.free_bytes = needed;  // what it said before
+  EXPECT_FALSE(nomsoi::RunPreflight(options).Refused());
+  options.free_bytes = needed - 1;
+  const PreflightResult plan = nomsoi::RunPreflight(options);
+  ASSERT_TRUE(RefusedFor(plan, Refusal::kNoSpace));
+  EXPECT_EQ(plan.problems[0].message, "the copies need " + std::to_string(needed) +
+                                          " bytes but the file system of '" + soi_ + "' has " +
+                                          std::to_string(needed - 1) + " bytes free");
+}
+
 // Without the preflight (a program calling the library directly), the platform still refuses to
 // read outside the roots, and the module reports the reference with its own line.
 TEST_F(Preflight, ModuleLogsItsOwnLineForAFileOutsideTheRoots) {

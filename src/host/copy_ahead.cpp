@@ -156,10 +156,6 @@ void CopyAhead::Claim(const std::string& target) {
   --waiters_;
 }
 
-}  // namespace nomsoi
-
-namespace nomsoi {
-
 StagedCopies::StagedCopies(const std::string& out, const std::vector<std::string>& own_files) {
   DWORD error = 0;
   nomplat::FileFacts facts;
@@ -208,17 +204,15 @@ void StagedCopies::Planned(size_t index, const PlannedItem& item,
     reserved_.insert(key);
     return;
   }
-  // Of two targets sharing a name without letter case, the first is made, the later left to the
-  // module (which replaces it in the first one's spelling).
-  if (item.kind == ItemKind::kResource || reserved_.count(key) > 0 ||
-      !queued_names_.insert(key).second) {
-    return;
-  }
+  if (item.kind == ItemKind::kResource || reserved_.count(key) > 0) return;
   std::string native;
   DWORD error = 0;
   if (!nomplat::ToNativePathAsWritten(item.target, &native, &error)) return;
   const auto [directory, name] = SplitNative(native);
   if (directory != out_as_written_ || name.empty() || name == "." || name == "..") return;
+  // Of two targets sharing a name without letter case, the first is made, the later left to the
+  // module (which replaces it in the first one's spelling).
+  if (!queued_names_.insert(key).second) return;
   queue_.push_back({index, native_source, staging_native_ + "/" + std::string(name)});
   ++pending_;
   queued_.notify_one();

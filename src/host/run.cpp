@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 
 #include "NOMSOIUtility.h"
@@ -112,7 +113,10 @@ int RunSafely(const ModuleRun& run, const SafetyOptions& safety, RunResult* resu
                           nomplat::CurrentEnv() == nomplat::Env::Default() &&
                           !nomplat::ReadsConfined();
   std::unique_ptr<StagedCopies> staged;
+  std::optional<uint64_t> free_before;  // the free space before anything is staged
   if (copy_ahead) {
+    uint64_t free = 0;
+    if (nomplat::CurrentEnv()->FreeBytes(run.out, &free) == 0) free_before = free;
     staged = std::make_unique<StagedCopies>(
         run.out, std::vector<std::string>{main_saved_as.empty() ? run.main_path : main_saved_as,
                                           view_saved_as.empty() ? run.view_path : view_saved_as});
@@ -131,6 +135,7 @@ int RunSafely(const ModuleRun& run, const SafetyOptions& safety, RunResult* resu
     options.max_depth = safety.max_depth;
     options.allow_collisions = safety.force;
     if (staged && staged->active()) {
+      options.free_bytes = free_before;
       options.on_planned = [&staged](size_t index, const PlannedItem& item,
                                      const std::string& native_source) {
         staged->Planned(index, item, native_source);

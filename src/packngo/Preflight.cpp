@@ -391,9 +391,12 @@ class NOMSOIPreflight {
   // created, must hold the bytes to copy.
   void CheckSpace() {
     if (result_.bytes == 0) return;
-    uint64_t free = 0;
+    uint64_t free = options_.free_bytes.value_or(0);
     // A file system that cannot be measured is left to the copies to tell.
-    if (nomplat::CurrentEnv()->FreeBytes(options_.soi_directory, &free) != 0) return;
+    if (!options_.free_bytes &&
+        nomplat::CurrentEnv()->FreeBytes(options_.soi_directory, &free) != 0) {
+      return;
+    }
     if (result_.bytes <= free) return;
     Refuse(Refusal::kNoSpace,
            "the copies need " + std::to_string(result_.bytes) + " bytes but the file system of " +
