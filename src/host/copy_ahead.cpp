@@ -27,6 +27,12 @@ std::pair<std::string_view, std::string_view> SplitNative(std::string_view nativ
   return {native.substr(0, slash), native.substr(slash + 1)};
 }
 
+// The hash of the file name of module path `path`, without letter case.
+size_t NameHash(const std::string& path) {
+  return std::hash<std::u32string>()(
+      nomplat::CaseFoldKey(nomplat::PathFindFileNameA(path.c_str())));
+}
+
 // Removes the staging directories named prefix + PID in parent whose process is gone: a run
 // killed while its preflight walked leaves one behind.
 void RemoveAbandonedStaging(const std::string& parent, const std::string& prefix) {
@@ -179,8 +185,7 @@ StagedCopies::StagedCopies(const std::string& out, const std::vector<std::string
   staging_native_ = parent_native + "/" + prefix + std::to_string(getpid());
   if (mkdir(staging_native_.c_str(), 0777) != 0) return;
   for (const std::string& own : own_files) {
-    if (!own.empty())
-      reserved_.insert(nomplat::CaseFoldKey(nomplat::PathFindFileNameA(own.c_str())));
+    if (!own.empty()) reserved_.insert(NameHash(own));
   }
   active_ = true;
   // The copying thread leaves the interrupting signals to the thread that waits for them.
@@ -196,8 +201,7 @@ StagedCopies::~StagedCopies() { Discard(); }
 void StagedCopies::Planned(size_t index, const PlannedItem& item,
                            const std::string& native_source) {
   if (!active_ || (item.present && native_source.empty())) return;
-  const std::u32string key = nomplat::CaseFoldKey(
-      nomplat::PathFindFileNameA((item.present ? item.target : item.source).c_str()));
+  const size_t key = NameHash(item.present ? item.target : item.source);
   std::lock_guard<std::mutex> lock(mu_);
   if (!item.present) {
     // Wherever the walk looked for it: the module looks in the output directory too, maybe.

@@ -15,6 +15,7 @@
 #include <string_view>
 #include <thread>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "NOMSOIHost.h"
@@ -133,11 +134,14 @@ class NOM_API StagedCopies {
   void Stop();
 
   bool active_ = false;
-  std::string out_native_;             // the output directory, native, where it will be made
-  std::string out_as_written_;         // the same with every name as written, as targets name it
-  std::string staging_native_;         // the staging directory, native
-  std::set<std::u32string> reserved_;  // names the walk looked for and did not find, own names
-  std::set<std::u32string> queued_names_;  // names of the targets queued, without letter case
+  std::string out_native_;      // the output directory, native, where it will be made
+  std::string out_as_written_;  // the same with every name as written, as targets name it
+  std::string staging_native_;  // the staging directory, native
+  // Hashes of names without letter case (two names of one hash are taken as one: a copy left to
+  // the module at worst): names the walk looked for and did not find and the own files' names;
+  // names of the targets queued.
+  std::unordered_set<size_t> reserved_;
+  std::unordered_set<size_t> queued_names_;
   std::vector<Job> queue_;
   std::vector<size_t> made_;
   std::mutex mu_;
