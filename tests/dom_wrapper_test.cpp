@@ -779,6 +779,63 @@ TEST_F(DomWrapperTest, Hook_FailingGetAttribute_LeavesValueUnchanged) {
   EXPECT_EQ(value, "kept");
 }
 
+// --- documents held as bytes ---------------------------------------------------------------------
+
+TEST_F(DomWrapperTest, OpenBytes_GoodBytes_HoldsDocumentWithoutPath) {
+  NOMZUBDOMWrapper doc;
+  EXPECT_EQ(doc.OpenBytes("<R a=\"1\"/>"), S_OK);
+  EXPECT_TRUE(doc.HasDocument());
+  EXPECT_EQ(doc.DocumentPath(), "");
+  EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(DomWrapperTest, OpenBytes_MalformedBytes_FailsWithoutLogging) {
+  NOMZUBDOMWrapper doc;
+  EXPECT_EQ(doc.OpenBytes("<a><b></a>"), E_FAIL);
+  EXPECT_FALSE(doc.HasDocument());
+  EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(DomWrapperTest, OpenBytes_NoHookSeesTheWrapperFromThenOn) {
+  nomtest::RecordingDomHook hook;
+  hook.FailAll(DomCall::kGetNodes, E_FAIL);
+  NOMZUBDOMWrapper doc;
+  ASSERT_EQ(doc.OpenBytes("<R><C/></R>"), S_OK);
+  Held<IXMLDOMNodeList> nodes;
+  EXPECT_EQ(doc.GetNodes("C", nodes.out()), S_OK);
+  std::string bytes;
+  EXPECT_EQ(doc.SaveBytes(&bytes), S_OK);
+  EXPECT_THAT(hook.records(), IsEmpty());
+}
+
+TEST_F(DomWrapperTest, SaveBytes_SameBytesAsSaveDoc) {
+  const std::string text =
+      "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\r\n<R>\r\n  <C a=\"x\"/>\r\n</R>\r\n";
+  NOMZUBDOMWrapper opened;
+  Open(opened, text);
+  NOMZUBDOMWrapper held;
+  ASSERT_EQ(held.OpenBytes(text), S_OK);
+  std::string bytes;
+  ASSERT_EQ(held.SaveBytes(&bytes), S_OK);
+  EXPECT_EQ(bytes, Saved(opened));
+}
+
+TEST_F(DomWrapperTest, SaveBytes_WithoutDocument_FailsAndClears) {
+  NOMZUBDOMWrapper doc;
+  std::string bytes = "old";
+  EXPECT_EQ(doc.SaveBytes(&bytes), E_FAIL);
+  EXPECT_EQ(bytes, "");
+}
+
+TEST(DomHookInstalled, TrueOnlyWhileAHookIsInstalled) {
+  EXPECT_FALSE(nomzub::DomHookInstalled());
+  {
+    nomtest::RecordingDomHook hook;
+    EXPECT_TRUE(nomzub::DomHookInstalled());
+  }
+  EXPECT_FALSE(nomzub::DomHookInstalled());
+}
+
 // Strings cross the wrapper in the process's code page; the file holds UTF-8.
 class DomWrapperCodePageTest : public DomWrapperTest {
  protected:

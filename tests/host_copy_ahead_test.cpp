@@ -16,8 +16,10 @@
 #include "platform/paths.h"
 #include "services/NOMZUBLog.h"
 #include "services/NOMZUBVGXGen.h"
+#include "support/driver_fakes.h"
 #include "support/driver_package.h"
 #include "support/packngo_support.h"
+#include "support/peer.h"
 #include "support/test_support.h"
 
 namespace {
@@ -182,6 +184,65 @@ TEST_F(CopyAheadTest, Finish_UnreadableSourceLeftToModule) {
   EXPECT_FALSE(FileExists(Out("A.vgxXml")));
 }
 
+// --- product documents staged as the module's rewrite leaves them -------------------------------
+
+// What the module's rewrite of a copy holding bytes leaves in the file ("unsaved" when it saves
+// nothing).
+std::string ModuleRewrite(const std::string& bytes) {
+  nomtest::TempDir dir;
+  const std::string native = dir.Sub("Copy.vgxXml");
+  WriteFile(native, bytes);
+  bool saved = false;
+  {
+    nomtest::RecordingDomHook hook;
+    NOMSOIUtility utility;
+    NOMSOIUtilityTestPeer(utility).UpdateRelativePaths(nomtest::ZPath(native));
+    saved = !hook.Arguments(nomzub::DomCall::kSaveDoc).empty();
+  }
+  nomplat::ForgetRememberedFiles();
+  return saved ? ReadFile(native) : "unsaved";
+}
+
+TEST(RewrittenDocument, SameBytesAsTheModulesRewrite) {
+  const std::vector<std::string> documents = {
+      nomtest::AssemblyDocument({"sub/dir/Nut.vgxXml", "..\\Geo\\Bolt.vgxXml", "W.vgxXml"}),
+      "<R>\r\n  <CLitAssyGroup IsInstanceOf=\"a/b.vgxXml\"/>\r\n  <CLitAssyGroup/>\r\n</R>\r\n",
+      "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n<R><CLitAssyGroup "
+      "IsInstanceOf=\"\xe9\\\xe8."
+      "vgxXml\"/></R>\n",
+      "<!DOCTYPE R [<!ENTITY e \"a/b\">]><R><CLitAssyGroup IsInstanceOf=\"&e;\" x=\"p&#10;q\"/>"
+      "<!--c--><?pi x?><CLitAssyGroup IsInstanceOf=\"d\\x\"><![CDATA[a]]></CLitAssyGroup></R>",
+  };
+  for (const std::string& bytes : documents) {
+    std::string rewritten;
+    EXPECT_TRUE(nomsoi::RewrittenDocument(bytes, &rewritten)) << bytes;
+    EXPECT_EQ(rewritten, ModuleRewrite(bytes)) << bytes;
+    EXPECT_EQ(ModuleRewrite(rewritten), rewritten) << bytes;  // the module saves them again
+  }
+}
+
+TEST(RewrittenDocument, DocumentWithoutAssemblyElementsDeclined) {
+  const std::string bytes = "<R><Other IsInstanceOf=\"a/b.vgxXml\"/></R>";
+  ASSERT_EQ(ModuleRewrite(bytes), "unsaved");
+  std::string rewritten = "old";
+  EXPECT_FALSE(nomsoi::RewrittenDocument(bytes, &rewritten));
+  EXPECT_EQ(rewritten, "");
+}
+
+TEST(RewrittenDocument, MalformedDocumentDeclined) {
+  std::string rewritten;
+  EXPECT_FALSE(nomsoi::RewrittenDocument("<R><CLitAssyGroup></R>", &rewritten));
+  EXPECT_FALSE(nomsoi::RewrittenDocument("", &rewritten));
+}
+
+TEST(RewrittenDocument, DeclinedWhileAHookIsInstalled) {
+  const std::string bytes = nomtest::AssemblyDocument({"a/b.vgxXml"});
+  std::string rewritten;
+  nomtest::RecordingDomHook hook;
+  EXPECT_FALSE(nomsoi::RewrittenDocument(bytes, &rewritten));
+  EXPECT_TRUE(hook.records().empty());
+}
+
 // A pack through nomsoi, where copies are made ahead of the module.
 // --- copies staged while the preflight walks ----------------------------------------------------
 
@@ -241,6 +302,61 @@ TEST_F(StagedCopiesTest, Commit_CopiesStayCurrentForTheModule) {
   struct stat after {};
   ASSERT_EQ(0, lstat(Out("A.vgxXml").c_str(), &after));
   EXPECT_EQ(before.st_ino, after.st_ino);  // found current: not made again
+}
+
+TEST_F(StagedCopiesTest, Commit_DocumentStagedAsItsRewriteLeavesIt) {
+  StagedCopies staged(dir_.Sub("out"), {});
+  PlannedItem item = Item("A.vgxXml");
+  const std::string source = nomtest::AssemblyDocument({"sub\\B.vgxXml"});
+  WriteFile(item.source, source);
+  Walk(staged, {item});
+  ASSERT_EQ(staged.Commit(), (std::vector<size_t>{0}));
+  std::string expected;
+  ASSERT_TRUE(nomsoi::RewrittenDocument(source, &expected));
+  EXPECT_EQ(ReadFile(Out("A.vgxXml")), expected);
+  // The module's copy finds it current and its rewrite saves the same bytes: nothing is made.
+  struct stat before {};
+  ASSERT_EQ(0, lstat(Out("A.vgxXml").c_str(), &before));
+  ASSERT_EQ(0u, nomplat::Env::Default()->CopyFile(item.source, item.target, false));
+  NOMSOIUtility utility;
+  EXPECT_EQ(NOMSOIUtilityTestPeer(utility).UpdateRelativePaths(item.target), S_OK);
+  struct stat after {};
+  ASSERT_EQ(0, lstat(Out("A.vgxXml").c_str(), &after));
+  EXPECT_EQ(before.st_ino, after.st_ino);
+  EXPECT_EQ(ReadFile(Out("A.vgxXml")), expected);
+}
+
+TEST_F(StagedCopiesTest, Commit_DocumentWithoutReferencesStagedAsPlainCopy) {
+  StagedCopies staged(dir_.Sub("out"), {});
+  Walk(staged, {Item("A.vgxXml")});  // "bytes of A.vgxXml": not a document the rewrite saves
+  ASSERT_EQ(staged.Commit(), (std::vector<size_t>{0}));
+  EXPECT_EQ(ReadFile(Out("A.vgxXml")), "bytes of A.vgxXml");
+}
+
+TEST_F(StagedCopiesTest, Commit_GeometryNeverRewritten) {
+  StagedCopies staged(dir_.Sub("out"), {});
+  PlannedItem item = Item("A.vgxGeom", ItemKind::kGeometry);
+  const std::string bytes = nomtest::AssemblyDocument({"sub\\B.vgxXml"});
+  WriteFile(item.source, bytes);
+  Walk(staged, {item});
+  ASSERT_EQ(staged.Commit(), (std::vector<size_t>{0}));
+  EXPECT_EQ(ReadFile(Out("A.vgxGeom")), bytes);
+}
+
+TEST_F(StagedCopiesTest, Commit_RewrittenDocumentWhoseNameWasLookedForLaterIsWithdrawn) {
+  StagedCopies staged(dir_.Sub("out"), {});
+  PlannedItem document = Item("A.vgxXml");
+  WriteFile(document.source, nomtest::AssemblyDocument({"sub\\B.vgxXml"}));
+  PlannedItem geometry = Item("A.vgxGeom", ItemKind::kGeometry);
+  // Later in the walk, a file of that name is looked for and not found: the module may read
+  // the copy then, before its rewrite.
+  const PlannedItem missing =
+      Item("A.vgxXml", ItemKind::kDocument, /*missing=*/true, dir_.Sub("out") + "\\elsewhere");
+  Walk(staged, {document, geometry});
+  staged.Planned(2, missing, "");
+  EXPECT_EQ(staged.Commit(), (std::vector<size_t>{1}));
+  EXPECT_FALSE(FileExists(Out("A.vgxXml")));
+  EXPECT_EQ(ReadFile(Out("A.vgxGeom")), "bytes of A.vgxGeom");
 }
 
 TEST_F(StagedCopiesTest, Discard_LeavesNothingBehind) {

@@ -85,6 +85,14 @@ TEST(FileMemo, Contents_OfCopyAreItsSourcesAsCopied) {
   EXPECT_EQ("abc", *kept);
 }
 
+TEST(FileMemo, Contents_OfCopyWithItsOwnBytesNeverTheSources) {
+  FileMemo memo;
+  memo.NoteContents("/p/src", Identity(7, 3, 100), Bytes("abc"));
+  memo.NoteCopy("/p/src", "/q/dst", Identity(7, 3, 100), Identity(9, 5, 100), true, false);
+  EXPECT_EQ(nullptr, memo.Contents("/q/dst", Identity(9, 5, 100)));
+  EXPECT_TRUE(memo.CopyIsCurrent("/p/src", "/q/dst", Identity(7, 3, 100), Identity(9, 5, 100)));
+}
+
 TEST(FileMemo, Contents_OfCopyNullWhenSourceKnownOnlyAsOtherVersion) {
   FileMemo memo;
   memo.NoteContents("/p/src", Identity(7, 4, 200), Bytes("abcd"));
@@ -484,6 +492,112 @@ TEST_F(RememberedFiles, MoveNewDirectory_CopiesInsideStayCurrent) {
   EXPECT_EQ(0u, CurrentEnv()->CopyFile("C:\\a.vgxXml", "C:\\out\\a.vgxXml", false));
   EXPECT_EQ(copied, Inode(T("out/a.vgxXml")));
   EXPECT_EQ("<a/>", ReadFile(T("out/a.vgxXml")));
+}
+
+// Upper-cases the bytes: a rewrite the tests can recognise.
+bool UpperCase(const std::string& bytes, std::string* out) {
+  *out = bytes;
+  for (char& c : *out) c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
+  return true;
+}
+
+bool Decline(const std::string&, std::string* out) {
+  out->clear();
+  return false;
+}
+
+TEST_F(RememberedFiles, CopyToNewFileRewritten_WritesTheRewrittenBytes) {
+  WriteFile(T("a.vgxXml"), "<a/>");
+  ASSERT_EQ(0, chmod(T("a.vgxXml").c_str(), 0640));
+  bool rewritten = false;
+  ASSERT_EQ(0u,
+            nomplat::CopyToNewFileRewritten(T("a.vgxXml"), T("b.vgxXml"), UpperCase, &rewritten));
+  EXPECT_TRUE(rewritten);
+  EXPECT_EQ("<A/>", ReadFile(T("b.vgxXml")));
+  struct stat st {};
+  ASSERT_EQ(0, stat(T("b.vgxXml").c_str(), &st));
+  EXPECT_EQ(0640u | S_IWUSR, st.st_mode & 07777);
+}
+
+TEST_F(RememberedFiles, CopyToNewFileRewritten_DeclinedRewriteCopiesTheBytes) {
+  WriteFile(T("a.vgxXml"), "<a/>");
+  bool rewritten = true;
+  ASSERT_EQ(0u, nomplat::CopyToNewFileRewritten(T("a.vgxXml"), T("b.vgxXml"), Decline, &rewritten));
+  EXPECT_FALSE(rewritten);
+  EXPECT_EQ("<a/>", ReadFile(T("b.vgxXml")));
+}
+
+TEST_F(RememberedFiles, CopyToNewFileRewritten_ExistingTargetIsFileExists) {
+  WriteFile(T("a.vgxXml"), "<a/>");
+  WriteFile(T("b.vgxXml"), "<b/>");
+  EXPECT_EQ(80u, nomplat::CopyToNewFileRewritten(T("a.vgxXml"), T("b.vgxXml"), UpperCase, nullptr));
+  EXPECT_EQ("<b/>", ReadFile(T("b.vgxXml")));
+}
+
+TEST_F(RememberedFiles, CopyToNewFileRewritten_CopyFileFindsItCurrentAndCountsTheSource) {
+  WriteFile(T("a.vgxXml"), "<a>text</a>");
+  ASSERT_EQ(0u, nomplat::CopyToNewFileRewritten(
+                    T("a.vgxXml"), T("b.vgxXml"),
+                    [](const std::string&, std::string* out) {
+                      *out = "<b/>";
+                      return true;
+                    },
+                    nullptr));
+  const ino_t made = Inode(T("b.vgxXml"));
+  EXPECT_EQ(
+      0, WithoutOpening([] {
+        return static_cast<int>(CurrentEnv()->CopyFile("C:\\a.vgxXml", "C:\\b.vgxXml", false));
+      }));
+  nomplat::ForgetLastCopySize();
+  ASSERT_EQ(0u, CurrentEnv()->CopyFile("C:\\a.vgxXml", "C:\\b.vgxXml", false));
+  EXPECT_EQ(11, nomplat::LastCopySize());  // the source's size, as a copy made here reports
+  EXPECT_EQ(made, Inode(T("b.vgxXml")));
+  EXPECT_EQ("<b/>", ReadFile(T("b.vgxXml")));
+}
+
+TEST_F(RememberedFiles, CopyToNewFileRewritten_ReadGetsTheFilesOwnBytes) {
+  WriteFile(T("a.vgxXml"), "<a/>");
+  ASSERT_EQ(0, Read("C:\\a.vgxXml", "<a/>"));  // the source's bytes are remembered too
+  ASSERT_EQ(0u, nomplat::CopyToNewFileRewritten(T("a.vgxXml"), T("b.vgxXml"), UpperCase, nullptr));
+  EXPECT_EQ(0, WithoutOpening([] { return Read("C:\\b.vgxXml", "<A/>"); }));
+  nomplat::ForgetRememberedFiles();
+  EXPECT_EQ(0, Read("C:\\b.vgxXml", "<A/>"));
+}
+
+TEST_F(RememberedFiles, CopyToNewFileRewritten_SaveOfTheSameBytesWritesNothing) {
+  WriteFile(T("a.vgxXml"), "<a/>");
+  ASSERT_EQ(0u, nomplat::CopyToNewFileRewritten(T("a.vgxXml"), T("b.vgxXml"), UpperCase, nullptr));
+  const ino_t made = Inode(T("b.vgxXml"));
+  EXPECT_EQ(0, WithoutOpening([] {
+              return static_cast<int>(CurrentEnv()->WriteFileAtomic("C:\\b.vgxXml", "<A/>"));
+            }));
+  ASSERT_EQ(0u, CurrentEnv()->WriteFileAtomic("C:\\b.vgxXml", "<A/>"));
+  EXPECT_EQ(made, Inode(T("b.vgxXml")));
+}
+
+TEST_F(RememberedFiles, CopyToNewFileRewritten_SaveOfOtherBytesReplacesIt) {
+  WriteFile(T("a.vgxXml"), "<a/>");
+  ASSERT_EQ(0u, nomplat::CopyToNewFileRewritten(T("a.vgxXml"), T("b.vgxXml"), UpperCase, nullptr));
+  ASSERT_EQ(0u, CurrentEnv()->WriteFileAtomic("C:\\b.vgxXml", "<a/>"));
+  EXPECT_EQ("<a/>", ReadFile(T("b.vgxXml")));
+}
+
+TEST_F(RememberedFiles, CopyToNewFileRewritten_LargeFileCopiedAsItIs) {
+  const std::string large(nomplat::kMemoFileLimit + 1, 'x');
+  WriteFile(T("a.bin"), large);
+  bool called = false;
+  bool rewritten = true;
+  ASSERT_EQ(0u, nomplat::CopyToNewFileRewritten(
+                    T("a.bin"), T("b.bin"),
+                    [&called](const std::string&, std::string* out) {
+                      called = true;
+                      *out = "small";
+                      return true;
+                    },
+                    &rewritten));
+  EXPECT_FALSE(called);
+  EXPECT_FALSE(rewritten);
+  EXPECT_EQ(large, ReadFile(T("b.bin")));
 }
 
 TEST_F(RememberedFiles, MoveNewDirectory_RefusesWhereSomethingStands) {

@@ -22,6 +22,7 @@ using nomzub::XmlNode;
 struct NOMZUBDOMWrapper::Impl {
   std::shared_ptr<XmlDocument> document;  // null: no document
   std::string path;                       // given to the last OpenDocument
+  bool hooked = true;                     // false once OpenBytes made the wrapper private
 };
 
 namespace nomzub {
@@ -34,18 +35,20 @@ std::atomic<DomHook*> g_hook{nullptr};
 
 constexpr char kDeclaration[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
 
-HRESULT ConsultHook(DomCall call, const std::string& argument) {
-  DomHook* hook = g_hook.load();
+// The hook's answer for an operation of impl's wrapper; S_OK for a private wrapper.
+HRESULT ConsultHook(const NOMZUBDOMWrapper::Impl& impl, DomCall call, const std::string& argument) {
+  DomHook* hook = impl.hooked ? g_hook.load() : nullptr;
   return hook == nullptr ? S_OK : hook->Before(call, argument);
 }
 
 // Nulls the out argument and consults the hook; the operation goes on only for a result that is
 // not negative.
 template <typename Handle>
-HRESULT Begin(DomCall call, const std::string& argument, Handle** out) {
+HRESULT Begin(const NOMZUBDOMWrapper::Impl& impl, DomCall call, const std::string& argument,
+              Handle** out) {
   if (out == nullptr) return E_POINTER;
   *out = nullptr;
-  return ConsultHook(call, argument);
+  return ConsultHook(impl, call, argument);
 }
 
 // The handle behind node when it is an element handle of this library, else null.
@@ -187,9 +190,42 @@ class CheckedDocuments {
   size_t total_ = 0;
 };
 
+// Decodes, checks and parses document->buffer in place (the bytes of a file, as read) into
+// document->xml. "" when the document is well-formed, else what is wrong with it.
+std::string ParseBuffer(XmlDocument* document) {
+  CheckedDocuments& checked = CheckedDocuments::Instance();
+  const bool known_good = checked.Contains(document->buffer);
+  // The bytes as read, kept for the record of good documents: the parse works in place.
+  const bool record = !known_good && checked.Records(document->buffer);
+  const std::string bytes = record ? document->buffer : std::string();
+  // A document in another encoding than UTF-8 is read, checked and parsed in UTF-8.
+  bool converted = false;
+  std::string problem = DecodeXmlBytes(&document->buffer, &converted);
+  if (problem.empty()) {
+    document->line_end = LineEndOf(document->buffer);
+    problem = ParseXmlText(&document->buffer, &document->xml, converted, known_good);
+    if (problem.empty() && record) checked.Add(bytes);
+  }
+  return problem;
+}
+
+// Collects what a pugixml writer is given.
+class StringWriter : public pugi::xml_writer {
+ public:
+  explicit StringWriter(std::string* out) : out_(out) {}
+  void write(const void* data, size_t size) override {
+    out_->append(static_cast<const char*>(data), size);
+  }
+
+ private:
+  std::string* out_;
+};
+
 }  // namespace
 
 DomHook* SetDomHook(DomHook* hook) { return g_hook.exchange(hook); }
+
+bool DomHookInstalled() { return g_hook.load() != nullptr; }
 
 }  // namespace nomzub
 
@@ -198,7 +234,7 @@ NOMZUBDOMWrapper::NOMZUBDOMWrapper() : impl_(std::make_shared<Impl>()) {}
 NOMZUBDOMWrapper::~NOMZUBDOMWrapper() = default;
 
 HRESULT NOMZUBDOMWrapper::OpenDocument(const std::string& path) {
-  const HRESULT hook = nomzub::ConsultHook(DomCall::kOpenDocument, path);
+  const HRESULT hook = nomzub::ConsultHook(*impl_, DomCall::kOpenDocument, path);
   if (hook < 0) return hook;
   impl_->path = path;
   impl_->document.reset();
@@ -209,19 +245,7 @@ HRESULT NOMZUBDOMWrapper::OpenDocument(const std::string& path) {
                             nomzub::DescribeWindowsError(error));
     return HRESULT_FROM_WIN32(error);
   }
-  nomzub::CheckedDocuments& checked = nomzub::CheckedDocuments::Instance();
-  const bool known_good = checked.Contains(document->buffer);
-  // The bytes as read, kept for the record of good documents: the parse works in place.
-  const bool record = !known_good && checked.Records(document->buffer);
-  const std::string bytes = record ? document->buffer : std::string();
-  // A document in another encoding than UTF-8 is read, checked and parsed in UTF-8.
-  bool converted = false;
-  std::string problem = nomzub::DecodeXmlBytes(&document->buffer, &converted);
-  if (problem.empty()) {
-    document->line_end = nomzub::LineEndOf(document->buffer);
-    problem = nomzub::ParseXmlText(&document->buffer, &document->xml, converted, known_good);
-    if (problem.empty() && record) checked.Add(bytes);
-  }
+  const std::string problem = nomzub::ParseBuffer(document.get());
   if (!problem.empty()) {
     nomzub::LogServiceError("Cannot parse XML document " + path + ": " + problem);
     return E_FAIL;
@@ -230,8 +254,19 @@ HRESULT NOMZUBDOMWrapper::OpenDocument(const std::string& path) {
   return S_OK;
 }
 
+HRESULT NOMZUBDOMWrapper::OpenBytes(std::string bytes) {
+  impl_->hooked = false;
+  impl_->path.clear();
+  impl_->document.reset();
+  auto document = std::make_shared<XmlDocument>();
+  document->buffer = std::move(bytes);
+  if (!nomzub::ParseBuffer(document.get()).empty()) return E_FAIL;
+  impl_->document = std::move(document);
+  return S_OK;
+}
+
 HRESULT NOMZUBDOMWrapper::CreateDocument() {
-  const HRESULT hook = nomzub::ConsultHook(DomCall::kCreateDocument, "");
+  const HRESULT hook = nomzub::ConsultHook(*impl_, DomCall::kCreateDocument, "");
   if (hook < 0) return hook;
   auto document = std::make_shared<XmlDocument>();
   document->created = true;
@@ -240,7 +275,7 @@ HRESULT NOMZUBDOMWrapper::CreateDocument() {
 }
 
 HRESULT NOMZUBDOMWrapper::CreateRootNode(const std::string& name, IXMLDOMNode** node) {
-  const HRESULT hook = nomzub::Begin(DomCall::kCreateRootNode, name, node);
+  const HRESULT hook = nomzub::Begin(*impl_, DomCall::kCreateRootNode, name, node);
   if (hook < 0) return hook;
   if (!impl_->document || impl_->document->xml.document_element()) return E_FAIL;
   pugi::xml_node root = impl_->document->xml.append_child(nomplat::AcpToUtf8(name).c_str());
@@ -250,7 +285,7 @@ HRESULT NOMZUBDOMWrapper::CreateRootNode(const std::string& name, IXMLDOMNode** 
 
 HRESULT NOMZUBDOMWrapper::CreateChildNode(IXMLDOMNode* parent, const std::string& name,
                                           IXMLDOMNode** node) {
-  const HRESULT hook = nomzub::Begin(DomCall::kCreateChildNode, name, node);
+  const HRESULT hook = nomzub::Begin(*impl_, DomCall::kCreateChildNode, name, node);
   if (hook < 0) return hook;
   XmlNode* handle = nomzub::ElementHandle(parent);
   if (handle == nullptr || !impl_->document || handle->document() != impl_->document) {
@@ -263,7 +298,7 @@ HRESULT NOMZUBDOMWrapper::CreateChildNode(IXMLDOMNode* parent, const std::string
 
 HRESULT NOMZUBDOMWrapper::GetNode(const std::string& name, IXMLDOMNode** node, std::string attrName,
                                   std::string attrValue) {
-  const HRESULT hook = nomzub::Begin(DomCall::kGetNode, name, node);
+  const HRESULT hook = nomzub::Begin(*impl_, DomCall::kGetNode, name, node);
   if (hook < 0) return hook;
   if (!impl_->document) return S_FALSE;
   const std::string attribute = nomplat::AcpToUtf8(attrName);
@@ -281,7 +316,7 @@ HRESULT NOMZUBDOMWrapper::GetNode(const std::string& name, IXMLDOMNode** node, s
 }
 
 HRESULT NOMZUBDOMWrapper::GetNodes(const std::string& name, IXMLDOMNodeList** list) {
-  const HRESULT hook = nomzub::Begin(DomCall::kGetNodes, name, list);
+  const HRESULT hook = nomzub::Begin(*impl_, DomCall::kGetNodes, name, list);
   if (hook < 0) return hook;
   if (!impl_->document) return E_FAIL;
   std::vector<pugi::xml_node> nodes;
@@ -296,7 +331,7 @@ HRESULT NOMZUBDOMWrapper::GetNodes(const std::string& name, IXMLDOMNodeList** li
 
 HRESULT NOMZUBDOMWrapper::GetChildNodes(IXMLDOMNode* node, IXMLDOMNodeList** list,
                                         std::string name) {
-  const HRESULT hook = nomzub::Begin(DomCall::kGetChildNodes, name, list);
+  const HRESULT hook = nomzub::Begin(*impl_, DomCall::kGetChildNodes, name, list);
   if (hook < 0) return hook;
   XmlNode* handle = nomzub::ElementHandle(node);
   if (handle == nullptr) return E_INVALIDARG;
@@ -311,7 +346,7 @@ HRESULT NOMZUBDOMWrapper::GetChildNodes(IXMLDOMNode* node, IXMLDOMNodeList** lis
 
 HRESULT NOMZUBDOMWrapper::GetAttribute(IXMLDOMNode* node, const std::string& name,
                                        std::string& value) {
-  const HRESULT hook = nomzub::ConsultHook(DomCall::kGetAttribute, name);
+  const HRESULT hook = nomzub::ConsultHook(*impl_, DomCall::kGetAttribute, name);
   if (hook < 0) return hook;
   XmlNode* handle = nomzub::ElementHandle(node);
   if (handle == nullptr) return E_INVALIDARG;
@@ -323,7 +358,7 @@ HRESULT NOMZUBDOMWrapper::GetAttribute(IXMLDOMNode* node, const std::string& nam
 
 HRESULT NOMZUBDOMWrapper::AddAttribute(IXMLDOMNode* node, const std::string& name,
                                        const std::string& value) {
-  const HRESULT hook = nomzub::ConsultHook(DomCall::kAddAttribute, name);
+  const HRESULT hook = nomzub::ConsultHook(*impl_, DomCall::kAddAttribute, name);
   if (hook < 0) return hook;
   XmlNode* handle = nomzub::ElementHandle(node);
   if (handle == nullptr) return E_INVALIDARG;
@@ -336,7 +371,7 @@ HRESULT NOMZUBDOMWrapper::AddAttribute(IXMLDOMNode* node, const std::string& nam
 }
 
 HRESULT NOMZUBDOMWrapper::SaveDoc(const std::string& path) {
-  const HRESULT hook = nomzub::ConsultHook(DomCall::kSaveDoc, path);
+  const HRESULT hook = nomzub::ConsultHook(*impl_, DomCall::kSaveDoc, path);
   if (hook < 0) return hook;
   if (!impl_->document) {
     nomzub::LogServiceError("Cannot save XML document " + path + ": no document is open");
@@ -348,6 +383,14 @@ HRESULT NOMZUBDOMWrapper::SaveDoc(const std::string& path) {
                             nomzub::DescribeWindowsError(error));
     return HRESULT_FROM_WIN32(error);
   }
+  return S_OK;
+}
+
+HRESULT NOMZUBDOMWrapper::SaveBytes(std::string* bytes) {
+  bytes->clear();
+  if (!impl_->document) return E_FAIL;
+  nomzub::StringWriter writer(bytes);
+  nomzub::WriteDocument(*impl_->document, writer);
   return S_OK;
 }
 

@@ -6,12 +6,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <functional>
 #include <utility>
 #include <vector>
 
+#include "packngo/RelativePaths.h"
 #include "platform/env.h"
 #include "platform/paths.h"
 #include "platform/win32.h"
@@ -53,7 +55,25 @@ void RemoveAbandonedStaging(const std::string& parent, const std::string& prefix
   }
 }
 
+// What the module's rewrite saves for bytes, into *saved; false when it saves nothing.
+bool RewriteOnce(const std::string& bytes, std::string* saved) {
+  NOMZUBDOMWrapper doc;
+  HRESULT rc = S_OK;
+  return doc.OpenBytes(bytes) >= 0 && CutReferencesToNames(doc, &rc) && doc.SaveBytes(saved) >= 0;
+}
+
 }  // namespace
+
+bool RewrittenDocument(const std::string& bytes, std::string* rewritten) {
+  rewritten->clear();
+  std::string again;
+  if (nomzub::DomHookInstalled() || !RewriteOnce(bytes, rewritten) ||
+      !RewriteOnce(*rewritten, &again) || again != *rewritten) {
+    rewritten->clear();
+    return false;
+  }
+  return true;
+}
 
 CopyAhead::CopyAhead(const PreflightResult& plan, const std::string& soi_directory, bool start,
                      const std::vector<size_t>& made)
@@ -217,7 +237,8 @@ void StagedCopies::Planned(size_t index, const PlannedItem& item,
   // Of two targets sharing a name without letter case, the first is made, the later left to the
   // module (which replaces it in the first one's spelling).
   if (!queued_names_.insert(key).second) return;
-  queue_.push_back({index, native_source, staging_native_ + "/" + std::string(name)});
+  queue_.push_back({index, native_source, staging_native_ + "/" + std::string(name), key,
+                    item.kind == ItemKind::kDocument});
   ++pending_;
   queued_.notify_one();
 }
@@ -239,9 +260,13 @@ void StagedCopies::Run() {
     for (const Job& job : jobs) {
       if (stop_.load()) return;
       // In a directory of the run's own: made in place, remembered as the module's copies are.
-      const DWORD error = nomplat::CopyToNewFile(job.source, job.target);
+      bool rewritten = false;
+      const DWORD error = job.document ? nomplat::CopyToNewFileRewritten(
+                                             job.source, job.target, RewrittenDocument, &rewritten)
+                                       : nomplat::CopyToNewFile(job.source, job.target);
       std::lock_guard<std::mutex> lock(mu_);
       if (error == 0) made_.push_back(job.index);
+      if (rewritten) rewritten_.push_back({job.index, job.name, job.target});
       if (error == nomplat::kErrorDiskFull) stop_.store(true);  // the preflight tells about space
       if (--pending_ == 0 || stop_.load()) idle_.notify_all();
     }
@@ -262,6 +287,19 @@ void StagedCopies::Stop() {
 std::vector<size_t> StagedCopies::Commit() {
   if (!active_) return {};
   Stop();
+  // A name the walk looked for and did not find after its document was staged: the module may
+  // read that file before its rewrite, and must find the plain copy it made itself.
+  std::unordered_set<size_t> withdrawn;
+  for (const Rewritten& document : rewritten_) {
+    if (reserved_.count(document.name) > 0 && unlink(document.target.c_str()) == 0) {
+      withdrawn.insert(document.index);
+    }
+  }
+  if (!withdrawn.empty()) {
+    made_.erase(std::remove_if(made_.begin(), made_.end(),
+                               [&withdrawn](size_t index) { return withdrawn.count(index) > 0; }),
+                made_.end());
+  }
   if (made_.empty() || nomplat::MoveNewDirectory(staging_native_, out_native_) != 0) {
     Discard();
     return {};

@@ -79,6 +79,15 @@ class NOM_API CopyAhead {
   std::thread thread_;
 };
 
+// The bytes a copied product document holds after the module's rewrite of it (its references
+// cut down to bare file names) when the copy held bytes, into *rewritten. True only when the
+// rewrite would save the document and rewriting its result again gives the same bytes, so that
+// the module, finding these bytes in the file, saves exactly them. False (*rewritten cleared)
+// for bytes that do not parse, a document the rewrite leaves unsaved, one whose rewrite is not
+// stable, and while a DOM hook is installed (a hook may make the module's save fail, which must
+// then leave the plain copy).
+NOM_API bool RewrittenDocument(const std::string& bytes, std::string* rewritten);
+
 // Copies made while the preflight walks, into an output directory that does not exist yet: it
 // is staged under a hidden name beside it (".NAME.nomsoi-staging.PID"), and a second thread
 // copies the documents and geometry the walk plans there, in the walk's order, as it plans them.
@@ -88,10 +97,18 @@ class NOM_API CopyAhead {
 // copies made to the module, which finds them current. When the run is refused, the staging
 // directory goes with everything in it: nothing was written.
 //
+// A product document is staged as the module's rewrite of its copy will leave it (its
+// references cut down to bare file names, RewrittenDocument), where that rewrite is stable: the
+// module's copy finds it current, its rewrite reads these bytes and saves the same bytes, so
+// nothing is written twice. A document the rewrite would not save, or not save stably, is
+// staged as a plain copy.
+//
 // What the module sees does not change, for the reasons CopyAhead gives: only new files are made
 // (never over one that stands), in the module's own order, so that of two targets sharing a name
 // without letter case the first is made and the later one left to the module; no name of a file
-// the walk looked for and did not find is made. Nothing is staged under confinement, while
+// the walk looked for and did not find is made (a rewritten document whose name turns out so
+// after it was staged is removed again at Commit, since the module might read it as a copy
+// before its rewrite). Nothing is staged under confinement, while
 // another Env than the default one is in force, or when the output directory or its parent
 // cannot be named or looked at.
 class NOM_API StagedCopies {
@@ -128,6 +145,14 @@ class NOM_API StagedCopies {
     size_t index;
     std::string source;  // native
     std::string target;  // native, in the staging directory
+    size_t name;         // hash of the target's name without letter case
+    bool document;       // a product document: staged rewritten where it can be
+  };
+  // A document staged rewritten.
+  struct Rewritten {
+    size_t index;
+    size_t name;
+    std::string target;
   };
 
   void Run();
@@ -144,6 +169,7 @@ class NOM_API StagedCopies {
   std::unordered_set<size_t> queued_names_;
   std::vector<Job> queue_;
   std::vector<size_t> made_;
+  std::vector<Rewritten> rewritten_;
   std::mutex mu_;
   std::condition_variable queued_;
   std::condition_variable idle_;

@@ -120,6 +120,21 @@ NOM_API void ForgetLastCopySize();
 // Returns 0, or the Windows error: 80 when something stands at to, else as CopyFile.
 NOM_API DWORD CopyToNewFile(const std::string& from, const std::string& to);
 
+// What a copy's bytes become: true with the new bytes in *out, false to keep the bytes as they
+// are.
+using CopyRewrite = std::function<bool(const std::string& bytes, std::string* out)>;
+
+// CopyToNewFile of a file that a later save will replace with rewrite's result: when from is a
+// regular file of at most 1 MiB that does not change while it is read and rewrite gives bytes,
+// to is made with those bytes, from's permission bits (plus owner write, never more) and the
+// time it is made, which is what the save would leave; the default Env remembers it as a
+// current copy of from (a CopyFile of the same files does nothing) whose contents are its own
+// (a read gets them, and a save of the same bytes writes nothing). Otherwise as CopyToNewFile.
+// Returns 0, or the Windows error as CopyToNewFile; *rewritten (may be null) tells which was
+// made.
+NOM_API DWORD CopyToNewFileRewritten(const std::string& from, const std::string& to,
+                                     const CopyRewrite& rewrite, bool* rewritten);
+
 // Gives the directory at native path from the native path to, where nothing may stand yet (the
 // kernel decides, at the rename): what the default Env remembers of the files inside goes with
 // them. Returns 0, or the Windows error: 80 when something stands at to, 3 when from or to's

@@ -47,6 +47,7 @@ struct Copy {
   FileIdentity source;
   FileIdentity target;
   bool readable;  // the target, as made, may be read by this process
+  bool verbatim;  // the target holds the source's bytes
 };
 
 struct Kept {
@@ -121,17 +122,19 @@ bool FileMemo::CopyIsCurrent(const std::string& from, const std::string& to,
 }
 
 void FileMemo::NoteCopy(const std::string& from, const std::string& to, const FileIdentity& src,
-                        const FileIdentity& dst, bool readable) {
+                        const FileIdentity& dst, bool readable, bool verbatim) {
   std::lock_guard<std::mutex> lock(state_->mu);
   MakeRoom(&state_->copies, kMaxCopies);
-  state_->copies[to] = Copy{from, src, dst, readable};
+  state_->copies[to] = Copy{from, src, dst, readable, verbatim};
 }
 
 FileBytes FileMemo::Contents(const std::string& native, const FileIdentity& id) {
   std::lock_guard<std::mutex> lock(state_->mu);
   if (FileBytes kept = state_->Find(native, id)) return kept;
   const auto copy = state_->copies.find(native);
-  if (copy == state_->copies.end() || !(copy->second.target == id)) return nullptr;
+  if (copy == state_->copies.end() || !copy->second.verbatim || !(copy->second.target == id)) {
+    return nullptr;
+  }
   return state_->Find(copy->second.from, copy->second.source);
 }
 

@@ -58,12 +58,14 @@ class NOM_API FileMemo {
   bool CopyIsCurrent(const std::string& from, const std::string& to, const FileIdentity& src,
                      const FileIdentity& dst);
   // `to`, now dst, was just made a copy of `from`, which was src; readable: this process owns
-  // the copy and may read it.
+  // the copy and may read it; verbatim: it holds from's bytes (else contents of its own, which
+  // Contents never takes from `from`).
   void NoteCopy(const std::string& from, const std::string& to, const FileIdentity& src,
-                const FileIdentity& dst, bool readable = false);
+                const FileIdentity& dst, bool readable = false, bool verbatim = true);
 
   // The contents of native, now id, when they are remembered: read or written as id, or copied
-  // as id from a file whose contents are remembered as they were when copied. Null otherwise.
+  // byte for byte as id from a file whose contents are remembered as they were when copied.
+  // Null otherwise.
   FileBytes Contents(const std::string& native, const FileIdentity& id);
   // native, now id, holds bytes (read or just written). Larger than kMemoFileLimit: ignored.
   void NoteContents(const std::string& native, const FileIdentity& id, FileBytes bytes);

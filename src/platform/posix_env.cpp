@@ -381,7 +381,8 @@ class PosixEnv : public Env {
     FileIdentity was, is;
     if (memo != nullptr && !failIfExists && RegularIdentity(from, fromFound, true, &was) &&
         RegularIdentity(to, toFound, false, &is) && memo->CopyIsCurrent(from, to, was, is)) {
-      t_last_copy_size = static_cast<int64_t>(is.size);
+      // The source's size: a copy made rewritten ahead of a save holds other bytes.
+      t_last_copy_size = static_cast<int64_t>(was.size);
       return 0;
     }
     Fd in(-1);
@@ -574,15 +575,38 @@ class PosixEnv : public Env {
 
 }  // namespace
 
-DWORD CopyToNewFile(const std::string& from, const std::string& to) {
-  Fd in(-1);
-  struct stat source;
-  if (const DWORD error = OpenRegularForReading(from, &in, &source)) return error;
+namespace {
+
+// Reads the regular file open as in, whose status is source, whole into *bytes; false when it is
+// larger than kMemoFileLimit, cannot be read, or changed while it was read.
+bool ReadSmallFile(int in, const struct stat& source, std::string* bytes) {
+  if (source.st_size > static_cast<off_t>(kMemoFileLimit)) return false;
+  bytes->resize(static_cast<size_t>(source.st_size));
+  size_t total = 0;
+  while (total < bytes->size()) {
+    const ssize_t n = read(in, &(*bytes)[total], bytes->size() - total);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    total += static_cast<size_t>(n);
+  }
+  struct stat after;
+  return fstat(in, &after) == 0 && FileIdentity::Of(after) == FileIdentity::Of(source);
+}
+
+// Makes the new file to from the regular file open as in (status source): a copy of its bytes,
+// or, when rewritten is given, those bytes (and the time of making instead of source's).
+DWORD MakeNewFile(int in, const struct stat& source, const std::string& from, const std::string& to,
+                  const std::string* rewritten) {
   const mode_t mode = (source.st_mode & 0777) | S_IWUSR;
   Fd out(open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
   if (!out) return PathError(to, errno);
-  DWORD error = CopyContents(in.get(), out.get(), source);
-  if (error == 0) error = KeepModificationTime(out.get(), source);
+  DWORD error = 0;
+  if (rewritten != nullptr) {
+    error = WriteAll(out.get(), rewritten->data(), rewritten->size());
+  } else {
+    error = CopyContents(in, out.get(), source);
+    if (error == 0) error = KeepModificationTime(out.get(), source);
+  }
   struct stat made;
   if (error == 0 && fstat(out.get(), &made) != 0) error = MapErrno(errno);
   // The umask or a default ACL may have taken bits away.
@@ -597,9 +621,39 @@ DWORD CopyToNewFile(const std::string& from, const std::string& to) {
   }
   if (FileMemo* memo = Memo()) {
     memo->NoteReadable(from, FileIdentity::Of(source));
-    memo->NoteCopy(from, to, FileIdentity::Of(source), FileIdentity::Of(made), OwnReadable(made));
+    memo->NoteCopy(from, to, FileIdentity::Of(source), FileIdentity::Of(made), OwnReadable(made),
+                   rewritten == nullptr);
+    if (rewritten != nullptr) {
+      memo->NoteContents(to, FileIdentity::Of(made), std::make_shared<std::string>(*rewritten));
+    }
   }
   return 0;
+}
+
+}  // namespace
+
+DWORD CopyToNewFile(const std::string& from, const std::string& to) {
+  Fd in(-1);
+  struct stat source;
+  if (const DWORD error = OpenRegularForReading(from, &in, &source)) return error;
+  return MakeNewFile(in.get(), source, from, to, nullptr);
+}
+
+DWORD CopyToNewFileRewritten(const std::string& from, const std::string& to,
+                             const CopyRewrite& rewrite, bool* rewritten) {
+  if (rewritten != nullptr) *rewritten = false;
+  Fd in(-1);
+  struct stat source;
+  if (const DWORD error = OpenRegularForReading(from, &in, &source)) return error;
+  std::string bytes, result;
+  if (ReadSmallFile(in.get(), source, &bytes) && rewrite(bytes, &result)) {
+    const DWORD error = MakeNewFile(in.get(), source, from, to, &result);
+    if (error == 0 && rewritten != nullptr) *rewritten = true;
+    return error;
+  }
+  // Copied from the start, whatever the reading consumed.
+  if (lseek(in.get(), 0, SEEK_SET) != 0) return MapErrno(errno);
+  return MakeNewFile(in.get(), source, from, to, nullptr);
 }
 
 DWORD MoveNewDirectory(const std::string& from, const std::string& to) {

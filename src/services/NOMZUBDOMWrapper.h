@@ -50,6 +50,14 @@ class NOM_API NOMZUBDOMWrapper {
   // whitespace of its own and is written indented by two spaces, one element a line.
   HRESULT SaveDoc(const std::string& path);
 
+  // Loads a document from bytes for the caller's own use: no hook sees any operation on this
+  // wrapper from then on and nothing is logged. S_OK; E_FAIL when the bytes are not a
+  // well-formed document (the wrapper then holds none). The document path becomes "".
+  HRESULT OpenBytes(std::string bytes);
+  // The bytes SaveDoc would write, into *bytes. S_OK; E_FAIL without a document (*bytes
+  // cleared).
+  HRESULT SaveBytes(std::string* bytes);
+
   // The document element. S_OK; S_FALSE and *node null when the document has none; E_FAIL and
   // *node null without a document; E_POINTER when node is null. The DomHook does not see it.
   HRESULT GetRootNode(IXMLDOMNode** node);
@@ -92,6 +100,8 @@ class NOM_API DomHook {
 
 // Installs hook (null: none) and returns the one it replaces.
 NOM_API DomHook* SetDomHook(DomHook* hook);
+// True while a hook is installed.
+NOM_API bool DomHookInstalled();
 
 }  // namespace nomzub
 

@@ -22,6 +22,16 @@ inline bool FoundAtStart(const std::string& s, const char* needle) {
   return nomplat::MbsFind(s, needle) == 0;
 }
 
+// Turns every "/" of path into a backslash, stepping by multibyte characters so that a trail byte
+// equal to "/" is never touched.
+inline void ToBackslashes(std::string& path) {
+  if (path.empty()) return;
+  const auto* begin = reinterpret_cast<const unsigned char*>(path.c_str());
+  for (const unsigned char* p = begin; *p != 0; p = nomplat::_mbsinc(p)) {
+    if (*p == '/') path[static_cast<std::string::size_type>(p - begin)] = '\\';
+  }
+}
+
 // The directory of path: the characters before its last backslash, or "" without one.
 inline std::string DirectoryOf(const std::string& path) {
   const std::string::size_type p = nomplat::MbsFindLast(path, '\\');
