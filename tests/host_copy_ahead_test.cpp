@@ -69,6 +69,42 @@ TEST_F(CopyAheadTest, Finish_CopiesEveryPlannedFile) {
   EXPECT_EQ(ReadFile(Out("B.vgxXml")), "bytes of B.vgxXml");
 }
 
+TEST_F(CopyAheadTest, Finish_DocumentMadeAsItsRewriteLeavesIt) {
+  Plan("A.vgxXml");
+  const std::string source = nomtest::AssemblyDocument({"sub\\B.vgxXml"});
+  WriteFile(plan_.items[0].source, source);
+  CopyAhead ahead(plan_, dir_.Sub("out"));
+  ahead.Finish();
+  std::string expected;
+  ASSERT_TRUE(nomsoi::RewrittenDocument(source, &expected));
+  EXPECT_EQ(ReadFile(Out("A.vgxXml")), expected);
+  // The module's copy finds it current, and its rewrite saves the same bytes: nothing is made.
+  struct stat before {};
+  ASSERT_EQ(0, lstat(Out("A.vgxXml").c_str(), &before));
+  EXPECT_EQ(0u,
+            nomplat::Env::Default()->CopyFile(plan_.items[0].source, plan_.items[0].target, false));
+  NOMSOIUtility utility;
+  EXPECT_EQ(NOMSOIUtilityTestPeer(utility).UpdateRelativePaths(plan_.items[0].target), S_OK);
+  struct stat after {};
+  ASSERT_EQ(0, lstat(Out("A.vgxXml").c_str(), &after));
+  EXPECT_EQ(before.st_ino, after.st_ino);
+}
+
+TEST_F(CopyAheadTest, Finish_DocumentNamedLikeAMissingFileIsPlainCopy) {
+  Plan("A.vgxXml");
+  const std::string source = nomtest::AssemblyDocument({"sub\\B.vgxXml"});
+  WriteFile(plan_.items[0].source, source);
+  // Looked for in another folder and not found there.
+  PlannedItem missing;
+  missing.source = dir_.Sub("elsewhere") + "\\a.VGXXML";
+  missing.target = dir_.Sub("out") + "\\a.VGXXML";
+  missing.present = false;
+  plan_.items.push_back(missing);
+  CopyAhead ahead(plan_, dir_.Sub("out"));
+  ahead.Finish();
+  EXPECT_EQ(ReadFile(Out("A.vgxXml")), source);
+}
+
 TEST_F(CopyAheadTest, Finish_LeavesExistingTargetAsItWas) {
   Plan("A.vgxXml");
   WriteFile(Out("A.vgxXml"), "older");

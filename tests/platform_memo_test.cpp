@@ -600,6 +600,49 @@ TEST_F(RememberedFiles, CopyToNewFileRewritten_LargeFileCopiedAsItIs) {
   EXPECT_EQ(large, ReadFile(T("b.bin")));
 }
 
+TEST_F(RememberedFiles, CopyFileRewritten_NewTargetHoldsTheRewrittenBytes) {
+  WriteFile(T("a.vgxXml"), "<a/>");
+  bool rewritten = false;
+  ASSERT_EQ(0u, nomplat::CopyFileRewritten("C:\\a.vgxXml", "C:\\out\\..\\b.vgxXml", UpperCase,
+                                           &rewritten));
+  EXPECT_TRUE(rewritten);
+  EXPECT_EQ("<A/>", ReadFile(T("b.vgxXml")));
+  EXPECT_EQ((std::vector<std::string>{"a.vgxXml", "b.vgxXml"}), ListDir(tmp_.path()));
+  const ino_t made = Inode(T("b.vgxXml"));
+  EXPECT_EQ(
+      0, WithoutOpening([] {
+        return static_cast<int>(CurrentEnv()->CopyFile("C:\\a.vgxXml", "C:\\b.vgxXml", false));
+      }));
+  EXPECT_EQ(0, WithoutOpening([] { return Read("C:\\b.vgxXml", "<A/>"); }));
+  ASSERT_EQ(0u, CurrentEnv()->WriteFileAtomic("C:\\b.vgxXml", "<A/>"));
+  EXPECT_EQ(made, Inode(T("b.vgxXml")));
+}
+
+TEST_F(RememberedFiles, CopyFileRewritten_ExistingTargetIsFileExistsAndKept) {
+  WriteFile(T("a.vgxXml"), "<a/>");
+  WriteFile(T("b.vgxXml"), "<b/>");
+  EXPECT_EQ(80u, nomplat::CopyFileRewritten("C:\\a.vgxXml", "C:\\b.vgxXml", UpperCase, nullptr));
+  EXPECT_EQ("<b/>", ReadFile(T("b.vgxXml")));
+}
+
+TEST_F(RememberedFiles, CopyFileRewritten_DeclinedRewriteIsAPlainCopy) {
+  WriteFile(T("a.vgxXml"), "<a/>");
+  struct timespec times[2] = {{1000000000, 0}, {1000000000, 0}};
+  ASSERT_EQ(0, utimensat(AT_FDCWD, T("a.vgxXml").c_str(), times, 0));
+  bool rewritten = true;
+  ASSERT_EQ(0u, nomplat::CopyFileRewritten("C:\\a.vgxXml", "C:\\b.vgxXml", Decline, &rewritten));
+  EXPECT_FALSE(rewritten);
+  EXPECT_EQ("<a/>", ReadFile(T("b.vgxXml")));
+  struct stat st {};
+  ASSERT_EQ(0, stat(T("b.vgxXml").c_str(), &st));
+  EXPECT_EQ(1000000000, st.st_mtim.tv_sec);  // the source's time, as a copy keeps it
+}
+
+TEST_F(RememberedFiles, CopyFileRewritten_MissingSourceIsFileNotFound) {
+  EXPECT_EQ(2u, nomplat::CopyFileRewritten("C:\\a.vgxXml", "C:\\b.vgxXml", UpperCase, nullptr));
+  EXPECT_FALSE(nomtest::FileExists(T("b.vgxXml")));
+}
+
 TEST_F(RememberedFiles, MoveNewDirectory_RefusesWhereSomethingStands) {
   ASSERT_EQ(0, mkdir(T("stage").c_str(), 0777));
   WriteFile(T("stage/a"), "a");

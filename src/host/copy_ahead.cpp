@@ -101,6 +101,9 @@ CopyAhead::CopyAhead(const PreflightResult& plan, const std::string& soi_directo
       any_ = true;
       continue;
     }
+    // A name the walk looks for somewhere and does not find: were it looked for in the SOI
+    // directory after all, a document made under it must be the plain copy.
+    missing_names_.insert(nomplat::CaseFoldKey(nomplat::PathFindFileNameA(item.source.c_str())));
     // A file the run looks for and does not find must still be missing when it looks: a name
     // of the SOI directory that one stands for is not copied ahead.
     const std::string native = NativePath(item.source);
@@ -126,7 +129,7 @@ CopyAhead::~CopyAhead() {
   if (thread_.joinable()) thread_.join();
 }
 
-bool CopyAhead::Eligible(const PlannedItem& item, size_t* name_hash) const {
+bool CopyAhead::Eligible(const PlannedItem& item, size_t* name_hash, bool* rewrite) const {
   if (!item.present || item.kind == ItemKind::kResource) return false;
   std::string native;
   DWORD error = 0;
@@ -136,6 +139,7 @@ bool CopyAhead::Eligible(const PlannedItem& item, size_t* name_hash) const {
   const std::u32string key = nomplat::CaseFoldKey(nomplat::PathFindFileNameA(item.target.c_str()));
   if (reserved_.count(key) > 0) return false;
   *name_hash = std::hash<std::u32string>()(key);
+  *rewrite = item.kind == ItemKind::kDocument && missing_names_.count(key) == 0;
   return true;
 }
 
@@ -145,10 +149,12 @@ void CopyAhead::Run() {
   // in its order, so that the first spelling to be created is the one that stays.
   const size_t count = plan_.items.size();
   std::vector<size_t> hashes(count);
-  std::vector<bool> eligible(count);
+  std::vector<bool> eligible(count), rewrite(count);
   std::unordered_map<size_t, uint32_t> names;
   for (size_t i = 0; i < count && !stop_.load(std::memory_order_relaxed); ++i) {
-    eligible[i] = Eligible(plan_.items[i], &hashes[i]);
+    bool rewritten = false;
+    eligible[i] = Eligible(plan_.items[i], &hashes[i], &rewritten);
+    rewrite[i] = rewritten;
     if (eligible[i]) ++names[hashes[i]];
   }
   // From the end of the plan backwards, while the module works from its start: the two meet
@@ -159,8 +165,12 @@ void CopyAhead::Run() {
     uint8_t expected = kPending;
     if (!states_[i].compare_exchange_strong(expected, kCopying)) continue;
     const PlannedItem& item = plan_.items[i];
-    // Never over an existing file: what stands at a target is the module's to replace.
-    if (env->CopyFile(item.source, item.target, true) == 0) ++copied_;
+    // Never over an existing file: what stands at a target is the module's to replace. A
+    // product document is made as the module's rewrite will leave it, where it can be.
+    const DWORD error = rewrite[i] ? nomplat::CopyFileRewritten(item.source, item.target,
+                                                                RewrittenDocument, nullptr)
+                                   : env->CopyFile(item.source, item.target, true);
+    if (error == 0) ++copied_;
     states_[i].store(kDone);
     // The module waits rarely: only then is the lock taken and the waiter woken.
     if (waiters_.load() > 0) {

@@ -30,6 +30,11 @@ namespace nomsoi {
 // module, which then makes it and meets the failure itself. The module's copy of a file the thread
 // is copying waits for it; one the thread has not reached is the module's, and the thread skips it.
 //
+// A product document is made as the module's rewrite of its copy will leave it
+// (RewrittenDocument, CopyFileRewritten), so that the rewrite saves nothing new; not one whose
+// name the walk looks for anywhere and does not find (the module might read it as a source
+// before its rewrite), which is a plain copy.
+//
 // Nothing is copied ahead under confinement or while another Env than the default one is in
 // force (a test's fault injector), since only the default Env remembers copies.
 class NOM_API CopyAhead {
@@ -62,12 +67,13 @@ class NOM_API CopyAhead {
 
   void Run();
   // Whether item may be copied ahead; *name_hash then receives the hash of its target's name
-  // without letter case.
-  bool Eligible(const PlannedItem& item, size_t* name_hash) const;
+  // without letter case, and *rewrite whether it is made as its rewrite will leave it.
+  bool Eligible(const PlannedItem& item, size_t* name_hash, bool* rewrite) const;
 
   const PreflightResult& plan_;
-  std::string soi_native_;             // the SOI directory's native path, as written
-  std::set<std::u32string> reserved_;  // names in it the run looks for and cannot find
+  std::string soi_native_;                  // the SOI directory's native path, as written
+  std::set<std::u32string> reserved_;       // names in it the run looks for and cannot find
+  std::set<std::u32string> missing_names_;  // names the run looks for anywhere and cannot find
   std::unordered_map<std::string_view, size_t> by_target_;  // into plan_.items
   std::unique_ptr<std::atomic<uint8_t>[]> states_;
   std::mutex mu_;

@@ -344,6 +344,107 @@ class StringSource : public ContentSource {
   const std::string& contents_;
 };
 
+// Reads the regular file open as in, whose status is source, whole into *bytes; false when it is
+// larger than kMemoFileLimit, cannot be read, or changed while it was read.
+bool ReadSmallFile(int in, const struct stat& source, std::string* bytes) {
+  if (source.st_size > static_cast<off_t>(kMemoFileLimit)) return false;
+  bytes->resize(static_cast<size_t>(source.st_size));
+  size_t total = 0;
+  while (total < bytes->size()) {
+    const ssize_t n = read(in, &(*bytes)[total], bytes->size() - total);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    total += static_cast<size_t>(n);
+  }
+  struct stat after;
+  return fstat(in, &after) == 0 && FileIdentity::Of(after) == FileIdentity::Of(source);
+}
+
+// The default Env's CopyFile. With rewrite (a copy onto a target that does not exist yet, as for
+// failIfExists): when src is a small file that does not change while it is read and rewrite
+// gives bytes, the new file holds those bytes and the time it is made instead of src's, and is
+// remembered as a current copy of src with contents of its own (*rewritten, when given, tells).
+DWORD CopyThroughMemo(const std::string& src, const std::string& dst, bool failIfExists,
+                      const CopyRewrite* rewrite, bool* rewritten) {
+  std::string from, to;
+  DWORD error = 0;
+  FoundEntry fromFound, toFound;
+  if (!ToNativePathFound(src, &from, &error, &fromFound) ||
+      !ToNativePathFound(dst, &to, &error, &toFound)) {
+    return error;
+  }
+  FileMemo* memo = Memo();
+  FileIdentity was, is;
+  if (memo != nullptr && !failIfExists && RegularIdentity(from, fromFound, true, &was) &&
+      RegularIdentity(to, toFound, false, &is) && memo->CopyIsCurrent(from, to, was, is)) {
+    // The source's size: a copy made rewritten ahead of a save holds other bytes.
+    t_last_copy_size = static_cast<int64_t>(was.size);
+    return 0;
+  }
+  Fd in(-1);
+  struct stat source;
+  if ((error = OpenRegularForReading(from, &in, &source)) != 0) {
+    return error;
+  }
+  struct stat target;
+  bool exists = false;
+  if ((error = LookAtTarget(to, toFound, &target, &exists)) != 0) return error;
+  if (exists) {
+    if (failIfExists) return kErrorFileExists;
+    if ((error = CheckReplaceable(target)) != 0) return error;
+    // Windows refuses to copy a file onto itself; replacing it here would lose it.
+    if (target.st_dev == source.st_dev && target.st_ino == source.st_ino) {
+      return kErrorSharingViolation;
+    }
+  } else if (to.back() == '/') {
+    return MapErrno(EISDIR);  // "name\" can only be a directory
+  }
+  // The source's permissions, never wider, and writable by the owner so it can be replaced;
+  // a named temporary is readable by its owner alone until it is complete.
+  const mode_t mode = (source.st_mode & 0777) | S_IWUSR;
+  std::string bytes, result;
+  const std::string* rewritten_bytes = nullptr;
+  if (rewrite != nullptr) {
+    if (ReadSmallFile(in.get(), source, &bytes) && (*rewrite)(bytes, &result)) {
+      rewritten_bytes = &result;
+    } else if (lseek(in.get(), 0, SEEK_SET) != 0) {
+      return MapErrno(errno);  // copied from the start, whatever the reading consumed
+    }
+  }
+  Replacement out(to);
+  if ((error = out.Create(S_IRUSR | S_IWUSR, exists, mode)) != 0) return error;
+  if (rewritten_bytes != nullptr) {
+    error = WriteAll(out.fd(), rewritten_bytes->data(), rewritten_bytes->size());
+    if (error == 0) error = out.SetMode(mode);
+  } else {
+    error = CopyContents(in.get(), out.fd(), source);
+    if (error == 0) error = out.SetMode(mode);
+    if (error == 0) error = KeepModificationTime(out.fd(), source);
+  }
+  struct stat placed;
+  if (error == 0) error = out.Place(failIfExists, &placed);
+  if (error != 0) return error;
+  NoteFileCreated(to);
+  if (S_ISREG(placed.st_mode)) {
+    t_last_copy_size =
+        static_cast<int64_t>(rewritten_bytes != nullptr ? source.st_size : placed.st_size);
+  }
+  if (memo != nullptr) {
+    memo->NoteReadable(from, FileIdentity::Of(source));
+    // The copy's own entry says whether it may be read: no second entry per file copied.
+    if (S_ISREG(placed.st_mode)) {
+      memo->NoteCopy(from, to, FileIdentity::Of(source), FileIdentity::Of(placed),
+                     OwnReadable(placed), rewritten_bytes == nullptr);
+      if (rewritten_bytes != nullptr) {
+        memo->NoteContents(to, FileIdentity::Of(placed),
+                           std::make_shared<std::string>(*rewritten_bytes));
+      }
+    }
+  }
+  if (rewritten != nullptr) *rewritten = rewritten_bytes != nullptr;
+  return 0;
+}
+
 class PosixEnv : public Env {
  public:
   bool CanOpenForReading(const std::string& path) override {
@@ -370,61 +471,7 @@ class PosixEnv : public Env {
   // would write what dst already holds (the same source, neither file changed since this process
   // made the copy) is not made again.
   DWORD CopyFile(const std::string& src, const std::string& dst, bool failIfExists) override {
-    std::string from, to;
-    DWORD error = 0;
-    FoundEntry fromFound, toFound;
-    if (!ToNativePathFound(src, &from, &error, &fromFound) ||
-        !ToNativePathFound(dst, &to, &error, &toFound)) {
-      return error;
-    }
-    FileMemo* memo = Memo();
-    FileIdentity was, is;
-    if (memo != nullptr && !failIfExists && RegularIdentity(from, fromFound, true, &was) &&
-        RegularIdentity(to, toFound, false, &is) && memo->CopyIsCurrent(from, to, was, is)) {
-      // The source's size: a copy made rewritten ahead of a save holds other bytes.
-      t_last_copy_size = static_cast<int64_t>(was.size);
-      return 0;
-    }
-    Fd in(-1);
-    struct stat source;
-    if ((error = OpenRegularForReading(from, &in, &source)) != 0) {
-      return error;
-    }
-    struct stat target;
-    bool exists = false;
-    if ((error = LookAtTarget(to, toFound, &target, &exists)) != 0) return error;
-    if (exists) {
-      if (failIfExists) return kErrorFileExists;
-      if ((error = CheckReplaceable(target)) != 0) return error;
-      // Windows refuses to copy a file onto itself; replacing it here would lose it.
-      if (target.st_dev == source.st_dev && target.st_ino == source.st_ino) {
-        return kErrorSharingViolation;
-      }
-    } else if (to.back() == '/') {
-      return MapErrno(EISDIR);  // "name\" can only be a directory
-    }
-    // The source's permissions, never wider, and writable by the owner so it can be replaced;
-    // a named temporary is readable by its owner alone until it is complete.
-    const mode_t mode = (source.st_mode & 0777) | S_IWUSR;
-    Replacement out(to);
-    if ((error = out.Create(S_IRUSR | S_IWUSR, exists, mode)) != 0) return error;
-    error = CopyContents(in.get(), out.fd(), source);
-    if (error == 0) error = out.SetMode(mode);
-    if (error == 0) error = KeepModificationTime(out.fd(), source);
-    struct stat placed;
-    if (error == 0) error = out.Place(failIfExists, &placed);
-    if (error != 0) return error;
-    NoteFileCreated(to);
-    if (S_ISREG(placed.st_mode)) t_last_copy_size = static_cast<int64_t>(placed.st_size);
-    if (memo != nullptr) {
-      memo->NoteReadable(from, FileIdentity::Of(source));
-      // The copy's own entry says whether it may be read: no second entry per file copied.
-      if (S_ISREG(placed.st_mode)) {
-        memo->NoteCopy(from, to, FileIdentity::Of(source), FileIdentity::Of(placed),
-                       OwnReadable(placed));
-      }
-    }
-    return 0;
+    return CopyThroughMemo(src, dst, failIfExists, nullptr, nullptr);
   }
 
   // A file read before and unchanged since is served from memory.
@@ -577,22 +624,6 @@ class PosixEnv : public Env {
 
 namespace {
 
-// Reads the regular file open as in, whose status is source, whole into *bytes; false when it is
-// larger than kMemoFileLimit, cannot be read, or changed while it was read.
-bool ReadSmallFile(int in, const struct stat& source, std::string* bytes) {
-  if (source.st_size > static_cast<off_t>(kMemoFileLimit)) return false;
-  bytes->resize(static_cast<size_t>(source.st_size));
-  size_t total = 0;
-  while (total < bytes->size()) {
-    const ssize_t n = read(in, &(*bytes)[total], bytes->size() - total);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    total += static_cast<size_t>(n);
-  }
-  struct stat after;
-  return fstat(in, &after) == 0 && FileIdentity::Of(after) == FileIdentity::Of(source);
-}
-
 // Makes the new file to from the regular file open as in (status source): a copy of its bytes,
 // or, when rewritten is given, those bytes (and the time of making instead of source's).
 DWORD MakeNewFile(int in, const struct stat& source, const std::string& from, const std::string& to,
@@ -637,6 +668,12 @@ DWORD CopyToNewFile(const std::string& from, const std::string& to) {
   struct stat source;
   if (const DWORD error = OpenRegularForReading(from, &in, &source)) return error;
   return MakeNewFile(in.get(), source, from, to, nullptr);
+}
+
+DWORD CopyFileRewritten(const std::string& src, const std::string& dst, const CopyRewrite& rewrite,
+                        bool* rewritten) {
+  if (rewritten != nullptr) *rewritten = false;
+  return CopyThroughMemo(src, dst, true, &rewrite, rewritten);
 }
 
 DWORD CopyToNewFileRewritten(const std::string& from, const std::string& to,
