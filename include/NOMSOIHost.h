@@ -195,6 +195,10 @@ struct PreflightResult {
   uint64_t bytes = 0;
   // Empty when the run may start.
   std::vector<PreflightProblem> problems;
+  // The walk meets a file that the run's own copies change: a source that an earlier copy may
+  // replace, or a file it looks for and does not find under the name an earlier copy creates.
+  // The plan holds the files as they were before the run, so the module's walk may differ.
+  bool meets_own_copies = false;
 
   bool Refused() const { return !problems.empty(); }
 };

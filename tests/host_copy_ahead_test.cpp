@@ -487,7 +487,7 @@ class CopyAheadPack : public ::testing::Test {
     nomplat::ForgetRememberedFiles();
   }
 
-  int Pack(const std::string& out) {
+  int Pack(const std::string& out, const std::vector<std::string>& more = {}) {
     std::vector<std::string> args = {"nomsoi",
                                      "--log-format",
                                      "raw",
@@ -501,6 +501,7 @@ class CopyAheadPack : public ::testing::Test {
                                      dir_.Sub("pkg/SOI.vgxView"),
                                      "--out",
                                      out};
+    args.insert(args.end(), more.begin(), more.end());
     std::vector<const char*> argv;
     for (const std::string& arg : args) argv.push_back(arg.c_str());
     return nomsoi::RunCommandLine(static_cast<int>(argv.size()), argv.data());
@@ -525,6 +526,54 @@ TEST_F(CopyAheadPack, Pack_FileMissingUntilLaterCopyIsReportedMissing) {
   EXPECT_NE(log.find("Info:\t Unable to open Document - " + pkg + "\\B.vgxXml"), std::string::npos)
       << log;
   EXPECT_TRUE(FileExists(dir_.Sub("pkg/B.vgxXml")));  // copied by the second reference
+}
+
+// The first reference copies another O.vgxXml over the one in the output directory; the second
+// names that file itself, whose copy onto itself fails, and whose walk then reads the replaced
+// document: the reference to D in the file as it was before the run is never followed.
+TEST_F(CopyAheadPack, Pack_DocumentReplacedBeforeItsWalkIsWalkedAsReplaced) {
+  WriteFile(dir_.Sub("pkg/O.vgxXml"), nomtest::AssemblyDocument({"..\\lib\\D.vgxXml"}));
+  WriteFile(dir_.Sub("pkg/O.vgxGeom"), "glb O in pkg");
+  WriteFile(dir_.Sub("other/O.vgxXml"), nomtest::AssemblyDocument({nomtest::kAbsent}));
+  WriteFile(dir_.Sub("other/O.vgxGeom"), "glb O in other");
+  WriteFile(dir_.Sub("lib/D.vgxXml"), nomtest::AssemblyDocument({nomtest::kAbsent}));
+  WriteFile(dir_.Sub("lib/D.vgxGeom"), "glb D");
+  WriteFile(dir_.Sub("pkg/SOI.vgxXml"),
+            nomtest::MainDocument({{"ProductList", {"..\\other\\O.vgxXml", "O.vgxXml"}}}));
+  WriteFile(dir_.Sub("pkg/SOI.vgxView"), pk::ViewDocument());
+  // The copy of O onto itself fails, but leaves O in place.
+  EXPECT_EQ(Pack(dir_.Sub("pkg"), {"--force"}), nomsoi::kExitOk);
+  EXPECT_EQ(ReadFile(dir_.Sub("pkg/O.vgxGeom")), "glb O in other");
+  EXPECT_FALSE(FileExists(dir_.Sub("pkg/D.vgxXml")));
+  EXPECT_FALSE(FileExists(dir_.Sub("pkg/D.vgxGeom")));
+}
+
+// The second reference names A in the new output directory, where the first one's walk copied
+// it; its walk then reads B there before B's rewrite, and looks for C below the output directory,
+// where it is not. The products after them keep the preflight walking while B is staged.
+TEST_F(CopyAheadPack, Pack_CopyReadBackBeforeItsRewriteHoldsItsSourceBytes) {
+  WriteFile(dir_.Sub("lib/A.vgxXml"), nomtest::AssemblyDocument({"B.vgxXml"}));
+  WriteFile(dir_.Sub("lib/A.vgxGeom"), "glb A");
+  WriteFile(dir_.Sub("lib/B.vgxXml"), nomtest::AssemblyDocument({"sub\\C.vgxXml"}));
+  WriteFile(dir_.Sub("lib/B.vgxGeom"), "glb B");
+  WriteFile(dir_.Sub("lib/sub/C.vgxXml"), nomtest::AssemblyDocument({nomtest::kAbsent}));
+  WriteFile(dir_.Sub("lib/sub/C.vgxGeom"), "glb C");
+  std::vector<std::string> refs = {"..\\lib\\A.vgxXml", "..\\out\\A.vgxXml"};
+  for (int i = 0; i < 400; ++i) {
+    const std::string name = "P" + std::to_string(i);
+    WriteFile(dir_.Sub("lib/" + name + ".vgxXml"), nomtest::AssemblyDocument({nomtest::kAbsent}));
+    refs.push_back("..\\lib\\" + name + ".vgxXml");
+  }
+  WriteFile(dir_.Sub("pkg/SOI.vgxXml"), nomtest::MainDocument({{"ProductList", refs}}));
+  WriteFile(dir_.Sub("pkg/SOI.vgxView"), pk::ViewDocument());
+  Pack(dir_.Sub("out"));
+  nomzub::FlushLog();
+  const std::string log = ReadFile(dir_.Sub("log"));
+  std::string out = dir_.Sub("out");
+  for (char& c : out) c = c == '/' ? '\\' : c;
+  EXPECT_NE(log.find("Info:\t Unable to open Document - " + out + "\\sub\\C.vgxXml"),
+            std::string::npos)
+      << log;
 }
 
 TEST_F(CopyAheadPack, Pack_RefusedIntoNewOutputLeavesNothing) {

@@ -298,6 +298,63 @@ TEST_F(Preflight, BytesCountEachFileToCopyOnce) {
   EXPECT_EQ(plan.bytes, nomtest::ReadFile(dir_.Sub("lib/A.vgxXml")).size() + 4096u);
 }
 
+TEST_F(Preflight, CopyOverAFileTheWalkReadsIsFlagged) {
+  Product("pkg/O.vgxXml", AssemblyDocument({kAbsent}));
+  Product("other/O.vgxXml", AssemblyDocument({kAbsent}));
+  Package({{"ProductList", {"..\\other\\O.vgxXml", "O.vgxXml"}}});
+  PreflightOptions options = Options();
+  options.soi_directory = M("pkg");
+  options.allow_collisions = true;
+  const PreflightResult plan = nomsoi::RunPreflight(options);
+  ASSERT_FALSE(plan.Refused());
+  EXPECT_TRUE(plan.meets_own_copies);
+}
+
+TEST_F(Preflight, MissingFileNamedLikeAnEarlierCopyIsFlagged) {
+  Product("lib/A.vgxXml", AssemblyDocument({kAbsent}));
+  Package({{"ProductList", {"..\\lib\\A.vgxXml", "..\\out\\A.vgxXml"}}});
+  const PreflightResult plan = Check();
+  ASSERT_FALSE(plan.Refused());
+  EXPECT_TRUE(plan.meets_own_copies);
+}
+
+TEST_F(Preflight, MissingFileNamedLikeALaterCopyIsFlagged) {
+  Product("lib/A.vgxXml", AssemblyDocument({kAbsent}));
+  Package({{"ProductList", {"..\\out\\A.vgxXml", "..\\lib\\A.vgxXml", "..\\out\\A.vgxXml"}}});
+  const PreflightResult plan = Check();
+  ASSERT_FALSE(plan.Refused());
+  EXPECT_TRUE(plan.meets_own_copies);
+}
+
+TEST_F(Preflight, MissingFileOfAnotherNameIsNotFlagged) {
+  Product("lib/A.vgxXml", AssemblyDocument({"Gone.vgxXml"}));
+  Package({{"ProductList", {"..\\lib\\A.vgxXml"}}});
+  const PreflightResult plan = Check();
+  ASSERT_FALSE(plan.Refused());
+  EXPECT_FALSE(plan.meets_own_copies);
+}
+
+TEST_F(Preflight, CopyOfAFileOntoItselfIsNotFlagged) {
+  Product("pkg/O.vgxXml", AssemblyDocument({kAbsent}));
+  Package({{"ProductList", {"O.vgxXml", "O.vgxXml"}}});
+  PreflightOptions options = Options();
+  options.soi_directory = M("pkg");
+  const PreflightResult plan = nomsoi::RunPreflight(options);
+  ASSERT_FALSE(plan.Refused());
+  EXPECT_FALSE(plan.meets_own_copies);
+}
+
+TEST_F(Preflight, CopyOverAFileNobodyReadsIsNotFlagged) {
+  Product("lib/A.vgxXml", AssemblyDocument({kAbsent}));
+  nomtest::WriteFile(dir_.Sub("pkg/A.vgxXml"), "old");
+  Package({{"ProductList", {"..\\lib\\A.vgxXml"}}});
+  PreflightOptions options = Options();
+  options.soi_directory = M("pkg");
+  const PreflightResult plan = nomsoi::RunPreflight(options);
+  ASSERT_FALSE(plan.Refused());
+  EXPECT_FALSE(plan.meets_own_copies);
+}
+
 // Answers every free-space question with a fixed number of bytes.
 class FixedFreeSpace : public nomplat::EnvWrapper {
  public:

@@ -152,6 +152,9 @@ int RunSafely(const ModuleRun& run, const SafetyOptions& safety, RunResult* resu
     depth = plan.depth;
   }
 
+  // A plan that the run's own copies may invalidate is left to the module alone: what was
+  // staged goes, and nothing is copied ahead.
+  if (staged && plan.meets_own_copies) staged->Discard();
   const std::vector<size_t> made = staged ? staged->Commit() : std::vector<size_t>();
   staged.reset();
   if (int status = PrepareOutputDirectory(run.command, "--out", run.out)) return status;
@@ -176,7 +179,9 @@ int RunSafely(const ModuleRun& run, const SafetyOptions& safety, RunResult* resu
     const auto body = [&] {
       // Started on the module's thread, so that the copying thread blocks the same signals.
       std::unique_ptr<CopyAhead> ahead;
-      if (copy_ahead) ahead = std::make_unique<CopyAhead>(plan, run.out, true, made);
+      if (copy_ahead) {
+        ahead = std::make_unique<CopyAhead>(plan, run.out, !plan.meets_own_copies, made);
+      }
       monitor.SetCopyAhead(ahead.get());
       struct Detach {
         RunMonitor& monitor;

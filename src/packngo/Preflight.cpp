@@ -98,6 +98,7 @@ class NOMSOIPreflight {
     }
     if (!result_.Refused()) Walk();
     if (!result_.Refused()) CountBytes();
+    if (!result_.Refused() && !result_.meets_own_copies && missing_) NoteMissingCopiedNames();
     if (!result_.Refused() && options_.check_space) CheckSpace();
     return std::move(result_);
   }
@@ -216,6 +217,7 @@ class NOMSOIPreflight {
       result_.items.pop_back();
       return;
     }
+    missing_ = missing_ || !present;
     const Identity identity{facts->device, facts->inode};
     const std::u32string* key =
         present ? Claim(TargetKey(target), target, result_.items.size() - 1, "", identity)
@@ -350,7 +352,8 @@ class NOMSOIPreflight {
 
   // Bytes to write: the last file planned for each target, unless it is already that target.
   // While the SOI directory does not exist, no name directly inside it does either: those
-  // targets are counted without a look at the disk.
+  // targets are counted without a look at the disk. The same look tells which existing files the
+  // copies replace.
   void CountBytes() {
     nomplat::FileFacts soi;
     const bool soi_exists =
@@ -359,15 +362,59 @@ class NOMSOIPreflight {
     for (size_t i = 0; i < result_.items.size(); ++i) {
       if (result_.items[i].present) last[places_[i].key] = i;
     }
+    // What stands at each target that exists already.
+    std::unordered_map<const std::u32string*, Identity> standing;
     for (const auto& entry : last) {
       const PlannedItem& item = result_.items[entry.second];
       if (soi_exists || !DirectlyInSoi(item.target)) {
         nomplat::FileFacts target;
-        if (nomplat::StatModulePath(item.target, &target) == 0 && target.exists &&
-            places_[entry.second].source == Identity{target.device, target.inode})
-          continue;
+        if (nomplat::StatModulePath(item.target, &target) == 0 && target.exists) {
+          const Identity there{target.device, target.inode};
+          standing.emplace(entry.first, there);
+          if (places_[entry.second].source == there) continue;
+        }
       }
       result_.bytes = SaturatingAdd(result_.bytes, item.size);
+    }
+    NoteReplacedSources(standing);
+  }
+
+  // Sets meets_own_copies when a copy lands on an existing file (other than its own source) that
+  // is the source of a planned item.
+  void NoteReplacedSources(const std::unordered_map<const std::u32string*, Identity>& standing) {
+    if (standing.empty()) return;
+    std::set<Identity> replaced;
+    for (size_t i = 0; i < result_.items.size(); ++i) {
+      if (!result_.items[i].present) continue;
+      const auto there = standing.find(places_[i].key);
+      if (there != standing.end() && !(places_[i].source == there->second)) {
+        replaced.insert(there->second);
+      }
+    }
+    for (size_t i = 0; i < result_.items.size() && !replaced.empty(); ++i) {
+      if (result_.items[i].present && replaced.count(places_[i].source) > 0) {
+        result_.meets_own_copies = true;
+        return;
+      }
+    }
+  }
+
+  // Sets meets_own_copies when a file the walk looks for and does not find bears the name (without
+  // letter case) of a copy's target: the module may find that copy there. Names alone are
+  // compared, whatever the directories and the order (the plan holds each look once, the module
+  // may look again after the copy), so that no spelling of the output directory is missed.
+  void NoteMissingCopiedNames() {
+    std::unordered_set<std::u32string> copied;
+    for (const PlannedItem& item : result_.items) {
+      if (item.present)
+        copied.insert(nomplat::CaseFoldKey(nomplat::PathFindFileNameA(item.target.c_str())));
+    }
+    for (const PlannedItem& item : result_.items) {
+      if (!item.present &&
+          copied.count(nomplat::CaseFoldKey(nomplat::PathFindFileNameA(item.source.c_str()))) > 0) {
+        result_.meets_own_copies = true;
+        return;
+      }
     }
   }
 
@@ -449,6 +496,7 @@ class NOMSOIPreflight {
   std::string main_path_;
   std::string normalised_soi_;
   uint64_t followed_ = 0;
+  bool missing_ = false;  // an item planned is missing
   std::unordered_set<size_t, ItemHash, ItemEqual> seen_{16, ItemHash{&result_.items},
                                                         ItemEqual{&result_.items}};
   std::vector<Place> places_;

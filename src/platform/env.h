@@ -132,6 +132,9 @@ using CopyRewrite = std::function<bool(const std::string& bytes, std::string* ou
 // (a read gets them, and a save of the same bytes writes nothing). Otherwise as CopyToNewFile.
 // Returns 0, or the Windows error as CopyToNewFile; *rewritten (may be null) tells which was
 // made.
+NOM_API DWORD CopyToNewFileRewritten(const std::string& from, const std::string& to,
+                                     const CopyRewrite& rewrite, bool* rewritten);
+
 // The default Env's CopyFile(src, dst, failIfExists: true) of a file that a later save will
 // replace with rewrite's result: the rewritten bytes are made as CopyToNewFileRewritten makes
 // them (and remembered so), but through the Env's own placing of a new file (an unnamed file
@@ -139,9 +142,6 @@ using CopyRewrite = std::function<bool(const std::string& bytes, std::string* ou
 // whether the file holds rewritten bytes.
 NOM_API DWORD CopyFileRewritten(const std::string& src, const std::string& dst,
                                 const CopyRewrite& rewrite, bool* rewritten);
-
-NOM_API DWORD CopyToNewFileRewritten(const std::string& from, const std::string& to,
-                                     const CopyRewrite& rewrite, bool* rewritten);
 
 // Gives the directory at native path from the native path to, where nothing may stand yet (the
 // kernel decides, at the rename): what the default Env remembers of the files inside goes with
