@@ -66,7 +66,7 @@ set(CPACK_DEBIAN_PACKAGE_MAINTAINER "${NOM_PACKAGE_MAINTAINER}")
 set(CPACK_DEBIAN_PACKAGE_SECTION graphics)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 # Depends is computed from the binaries (dpkg-shlibdeps, from dpkg-dev): pugixml, SQLite, libpq,
-# OpenSSL and the C++ runtime at the versions the build linked against.
+# OpenSSL, jemalloc (nomsoi's) and the C++ runtime at the versions the build linked against.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # A shlibs file, so that packages of programs linked against these libraries get their
 # dependency on this package computed the same way.

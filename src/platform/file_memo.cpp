@@ -30,7 +30,7 @@ namespace {
 // Total bytes of contents kept; beyond it the oldest are forgotten. Enough for the documents of
 // a shared sub-assembly, which are read again and again; a package of thousands of distinct
 // documents gains little from keeping them and would only grow the process.
-constexpr size_t kContentsBudget = 4u << 20;
+constexpr size_t kContentsBudget = 2u << 20;
 // Files found readable kept; beyond it they are forgotten all at once. The facts that pay are
 // about files visited again soon, or again and again, and about the files a run wrote before it
 // copies them.

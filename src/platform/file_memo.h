@@ -39,7 +39,7 @@ using FileBytes = std::shared_ptr<const std::string>;
 // Files up to this size have their contents remembered; larger ones are read each time.
 constexpr size_t kMemoFileLimit = 1 << 20;
 
-// Native paths to what is known about the files there. Bounded: contents up to a total of 4 MiB,
+// Native paths to what is known about the files there. Bounded: contents up to a total of 2 MiB,
 // oldest forgotten first; copies and files found readable up to 65,536 each, then forgotten
 // all at once.
 class NOM_API FileMemo {

@@ -41,7 +41,7 @@ for name in Maintainer Section Description; do
 done
 depends=$(field Depends)
 [ -n "$depends" ] || fail "empty Depends field"
-for lib in libpugixml libsqlite3 libpq libssl libstdc++6; do
+for lib in libpugixml libsqlite3 libpq libssl libjemalloc2 libstdc++6; do
   grep -q "\(^\|, \)${lib}[^,]* (>= [^)]*)" <<<"$depends" || fail "Depends names no $lib with a version: $depends"
 done
 
