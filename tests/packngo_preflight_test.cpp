@@ -164,6 +164,19 @@ TEST_F(Preflight, CycleOfFiveThroughOtherPathsOfTheSameFiles) {
   EXPECT_NE(message.find("a.VGXXML'"), std::string::npos) << message;
 }
 
+// D is walked to its end through lib first (its X is missing there); through lib2, a link to the
+// same file, its X exists and names D by the path walked before, while the walk is below D.
+TEST_F(Preflight, CycleThroughAPathWalkedBeforeIsRefused) {
+  Product("lib/D.vgxXml", AssemblyDocument({"X.vgxXml"}));
+  Product("lib2/X.vgxXml", AssemblyDocument({M("lib/D.vgxXml")}));
+  ASSERT_EQ(symlink("../lib/D.vgxXml", dir_.Sub("lib2/D.vgxXml").c_str()), 0);
+  Package({{"ProductList", {"..\\lib\\D.vgxXml", "..\\lib2\\D.vgxXml"}}});
+  const PreflightResult plan = Check();
+  ASSERT_TRUE(RefusedFor(plan, Refusal::kCycle));
+  EXPECT_EQ(plan.problems[0].message, "reference cycle: '" + M("lib2/D.vgxXml") + "' -> '" +
+                                          M("lib2/X.vgxXml") + "' -> '" + M("lib/D.vgxXml") + "'");
+}
+
 TEST_F(Preflight, SharedDocumentIsNotACycle) {
   Product("lib/A.vgxXml", AssemblyDocument({"S.vgxXml", "B.vgxXml"}));
   Product("lib/B.vgxXml", AssemblyDocument({"S.vgxXml"}));

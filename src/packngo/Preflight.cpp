@@ -132,13 +132,15 @@ class NOMSOIPreflight {
       Identity identity;
       if (!Follow(top, frame.path, &source, &identity)) continue;
       followed_ = SaturatingAdd(followed_, 1);
+      // A file the walk is below is a cycle, whatever path reaches it: the path may be one
+      // walked to its end before, from another directory, where it led elsewhere.
       const auto walked = walked_.find(source);
-      if (walked != walked_.end()) {
-        followed_ = SaturatingAdd(followed_, walked->second.first);
-        Absorb(frame, walked->second.first, walked->second.second);
-      } else if (on_stack.count(identity) > 0) {
+      if (on_stack.count(identity) > 0) {
         ReportCycle(stack, on_stack[identity], source);
         return;
+      } else if (walked != walked_.end()) {
+        followed_ = SaturatingAdd(followed_, walked->second.first);
+        Absorb(frame, walked->second.first, walked->second.second);
       } else if (stack.size() > options_.max_depth) {
         Refuse(Refusal::kTooDeep, "product documents nest deeper than --max-depth " +
                                       std::to_string(options_.max_depth) + " below " +
