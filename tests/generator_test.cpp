@@ -231,6 +231,28 @@ class GeneratorTest : public ::testing::Test {
            Sql("INSERT INTO instances VALUES ('AssemblyLine', NULL, 'X-0', 'Doubling', "
                "'Doubling', 99, 0, 0, 0, 0)");
   }
+  // Adds count products W-0 .. W-(count-1), each holding one bolt (P-BOLT), and a top-level
+  // product W-ROOT holding one of each: count + 1 product documents more, enough for the
+  // generator to write them on several threads.
+  bool AddWideStructure(int count) {
+    const std::string numbers =
+        "WITH RECURSIVE n(k) AS (SELECT 0 UNION ALL SELECT k + 1 FROM n "
+        "WHERE k + 1 < " +
+        std::to_string(count) + ") ";
+    return Sql(numbers +
+               "INSERT INTO products (project, oid, name, kind) "
+               "SELECT 'AssemblyLine', 'W-' || k, 'Wide', 'product' FROM n") &&
+           Sql("INSERT INTO products (project, oid, name, kind) "
+               "VALUES ('AssemblyLine', 'W-ROOT', 'Root', 'product')") &&
+           Sql(numbers +
+               "INSERT INTO instances SELECT 'AssemblyLine', 'W-' || k, 'P-BOLT', 'Bolt', "
+               "'Bolt', 0, 0, 0, 0, 0 FROM n") &&
+           Sql(numbers +
+               "INSERT INTO instances SELECT 'AssemblyLine', 'W-ROOT', 'W-' || k, 'W' || k, "
+               "'Wide', k, 0, 0, 0, 0 FROM n") &&
+           Sql("INSERT INTO instances VALUES ('AssemblyLine', NULL, 'W-ROOT', 'Root', 'Root', "
+               "98, 0, 0, 0, 0)");
+  }
   // How many objects the identifier cache holds an ident path for.
   size_t CachedObjectCount() {
     NOMOIDIdentPathsMap paths;
@@ -1064,6 +1086,72 @@ TEST_F(GeneratorTest, Generate_WriteFailureLeavesNoPackage) {
                     ZPath(cache_) + "\\MP-GEARBOX.vgxXml (error 112)"});
   EXPECT_EQ(RegisteredMain(), "");
   EXPECT_FALSE(FileExists(Main()));
+}
+
+// A package large enough to be written by several threads: every product has both files, and
+// the references take the forms in turn in the order the documents are made (sorted by OID).
+TEST_F(GeneratorTest, Generate_ManyProductsWrittenInOrderOfTheirForms) {
+  ASSERT_TRUE(AddWideStructure(1200));
+  ConnectAndGenerate("refs=relative,drive;sep=backslash");
+  Strings oids = kProductOids;
+  for (int k = 0; k < 1200; ++k) oids.push_back("W-" + std::to_string(k));
+  oids.push_back("W-ROOT");
+  std::sort(oids.begin(), oids.end());
+  EXPECT_EQ(ListDir(cache_), CacheFiles(oids));
+  size_t turn = 0;
+  for (const std::string& oid : oids) {
+    for (const std::string& ref : References(Doc(oid))) {
+      const std::string drive = ZPath(cache_) + "\\";
+      const bool driveForm = ref.rfind(drive, 0) == 0;
+      ASSERT_EQ(driveForm, turn % 2 == 1) << oid << ": reference " << turn << " " << ref;
+      ++turn;
+    }
+  }
+  EXPECT_GT(turn, 2400u);  // W-ROOT's and the W products' own, and the sample's
+  for (int k : {0, 511, 512, 1199}) {
+    const std::string oid = "W-" + std::to_string(k);
+    EXPECT_FALSE(GlbJson(cache_ + "/" + oid + ".vgxGeom", false).empty()) << oid;
+  }
+}
+
+// Fails the save of one path with an error, passes every other call on.
+class FailOnePath : public nomplat::EnvWrapper {
+ public:
+  FailOnePath(nomplat::Env* target, std::string path, DWORD error)
+      : EnvWrapper(target), path_(std::move(path)), error_(error) {}
+  DWORD WriteFileAtomic(const std::string& path, const std::string& contents) override {
+    return path == path_ ? error_ : EnvWrapper::WriteFileAtomic(path, contents);
+  }
+
+ private:
+  const std::string path_;
+  const DWORD error_;
+};
+
+TEST_F(GeneratorTest, Generate_WriteFailureInManyProductsNamesItAndLeavesNoPackage) {
+  ASSERT_TRUE(AddWideStructure(1200));
+  ASSERT_EQ(Connect(), S_OK);
+  const std::string failing = ZPath(cache_) + "\\W-700.vgxGeom";
+  FailOnePath env(nomplat::Env::Default(), failing, 112);
+  nomplat::ScopedEnv installed(&env);
+  EXPECT_EQ(Generate(), E_FAIL);
+  EXPECT_EQ(log_.messages(2), Strings{std::string(kError) +
+                                      "cannot generate package 'SOI' of project 'AssemblyLine': "
+                                      "cannot write " +
+                                      failing + " (error 112)"});
+  EXPECT_EQ(RegisteredMain(), "");
+  EXPECT_FALSE(FileExists(Main()));
+  // Every product made before the failed one is written whole.
+  Strings oids = kProductOids;
+  for (int k = 0; k < 1200; ++k) oids.push_back("W-" + std::to_string(k));
+  std::sort(oids.begin(), oids.end());
+  for (const std::string& oid : oids) {
+    if (oid == "W-700") break;
+    EXPECT_TRUE(FileExists(Doc(oid))) << oid;
+    EXPECT_TRUE(FileExists(cache_ + "/" + oid + ".vgxGeom")) << oid;
+  }
+  EXPECT_TRUE(FileExists(Doc("W-700")));
+  EXPECT_FALSE(FileExists(cache_ + "/W-700.vgxGeom"));
 }
 
 TEST_F(GeneratorTest, Generate_UncreatableDirectoryRefused) {

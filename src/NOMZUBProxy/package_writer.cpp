@@ -2,8 +2,11 @@
 // the project was loaded once, so generation runs no query.
 #include "NOMZUBProxy/package_writer.h"
 
+#include <algorithm>
+#include <atomic>
 #include <map>
 #include <set>
+#include <thread>
 #include <vector>
 
 #include "NOMZUBProxy/generator_options.h"
@@ -69,18 +72,18 @@ class PackageWriter {
     auto reference_from_cache = [&](const std::string& oid) {
       return references_.Next(from_cache, oid);
     };
-    for (const std::string& oid : documents_) {
-      const Product& product = project_.products.at(oid);
-      auto mesh = project_.meshes.find(product.mesh);
-      if (!WriteFile(cache_.ModulePathOf(oid + ".vgxXml"),
-                     ProductDocument(product, reference_from_cache), error) ||
-          !WriteFile(cache_.ModulePathOf(oid + ".vgxGeom"),
-                     BuildGlb(product.oid, product.name,
-                              mesh == project_.meshes.end() ? nullptr : &mesh->second,
-                              AppearanceOf(product, PartNumberOf(oid))),
-                     error)) {
-        return false;
+    // In batches: a batch's documents are made here, in order, since their references take the
+    // style's forms in turn; then its files are written and its geometry built by the writers.
+    std::vector<Pending> batch;
+    batch.reserve(kBatch);
+    for (auto oid = documents_.begin(); oid != documents_.end();) {
+      batch.clear();
+      for (; oid != documents_.end() && batch.size() < kBatch; ++oid) {
+        const Product& product = project_.products.at(*oid);
+        batch.push_back(
+            {&*oid, &product, ProductDocument(product, reference_from_cache), std::string()});
       }
+      if (!WriteBatch(&batch, error)) return false;
     }
     const std::vector<std::string> from_soi = references_.Prefixes(soi_.native);
     main_ = soi_.ModulePathOf(name + ".vgxXml");
@@ -142,6 +145,65 @@ class PackageWriter {
     auto it = part_numbers_.find(oid);
     return it == part_numbers_.end() ? 0 : it->second;
   }
+
+  // A product whose files are still to be written: its document made, the cause of a failed
+  // write once tried.
+  struct Pending {
+    const std::string* oid;
+    const Product* product;
+    std::string document;
+    std::string error;
+  };
+
+  // Writes the product document and the geometry of every product of *batch, on up to
+  // WriterCount() threads, the caller's among them. After a failure no further product is begun;
+  // the cause given is that of the first failed product in the batch's order, whose earlier
+  // products are all written.
+  bool WriteBatch(std::vector<Pending>* batch, std::string* error) const {
+    std::atomic<size_t> next{0};
+    std::atomic<bool> failed{false};
+    const auto write = [&] {
+      for (size_t i; !failed.load() && (i = next.fetch_add(1)) < batch->size();) {
+        Pending& item = (*batch)[i];
+        if (!WriteProduct(*item.oid, *item.product, item.document, &item.error)) {
+          failed.store(true);
+        }
+      }
+    };
+    std::vector<std::thread> helpers;
+    const size_t threads = batch->size() < kParallelFrom ? 1 : WriterCount();
+    for (size_t t = 1; t < threads; ++t) helpers.emplace_back(write);
+    write();
+    for (std::thread& helper : helpers) helper.join();
+    for (const Pending& item : *batch) {
+      if (!item.error.empty()) return Fail(error, item.error);
+    }
+    return true;
+  }
+
+  // Writes the document of product oid (made already) and its geometry (built here) to the cache.
+  bool WriteProduct(const std::string& oid, const Product& product, const std::string& document,
+                    std::string* error) const {
+    const auto mesh = project_.meshes.find(product.mesh);
+    return WriteFile(cache_.ModulePathOf(oid + ".vgxXml"), document, error) &&
+           WriteFile(cache_.ModulePathOf(oid + ".vgxGeom"),
+                     BuildGlb(product.oid, product.name,
+                              mesh == project_.meshes.end() ? nullptr : &mesh->second,
+                              AppearanceOf(product, PartNumberOf(oid))),
+                     error);
+  }
+
+  // How many threads write a batch: one per processor, at most kMaxWriters.
+  static size_t WriterCount() {
+    const unsigned processors = std::thread::hardware_concurrency();
+    return std::clamp<size_t>(processors, 1, kMaxWriters);
+  }
+
+  // Products made per batch; batches smaller than kParallelFrom are written by the caller alone,
+  // where starting threads would cost more than they save.
+  static constexpr size_t kBatch = 512;
+  static constexpr size_t kParallelFrom = 64;
+  static constexpr size_t kMaxWriters = 4;
 
   static bool WriteFile(const std::string& path, const std::string& contents, std::string* error) {
     if (DWORD code = nomplat::CurrentEnv()->WriteFileAtomic(path, contents)) {

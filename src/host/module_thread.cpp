@@ -66,8 +66,8 @@ size_t StackForDepth(uint64_t depth) {
   return kBaseStack + static_cast<size_t>(levels) * kBytesPerLevel;
 }
 
-std::mutex& WriteGate() {
-  static std::mutex gate;
+std::shared_mutex& WriteGate() {
+  static std::shared_mutex gate;
   return gate;
 }
 

@@ -6,16 +6,17 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <mutex>
+#include <shared_mutex>
 
 namespace nomsoi {
 
 // Stack bytes for a walk that nests product documents depth deep.
 size_t StackForDepth(uint64_t depth);
 
-// Held by every write the host lets through to the file system during a run, and taken for good
-// when the run is interrupted, so that nothing is written after the package is put back.
-std::mutex& WriteGate();
+// Held shared by every write the host lets through to the file system during a run (writes of
+// several threads go on at once), and taken exclusively for good when the run is interrupted, so
+// that nothing is written after the package is put back.
+std::shared_mutex& WriteGate();
 
 // Runs body on a new thread with stack_bytes of stack and returns its result. SIGINT, SIGTERM
 // and SIGHUP are blocked on both threads while it runs; when one arrives, the calling thread

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cinttypes>
 #include <cstdio>
+#include <shared_mutex>
 #include <utility>
 
 #include "module_thread.h"
@@ -125,6 +126,7 @@ std::string RunMonitor::ReferrerOf(const std::string& source) const {
 }
 
 void RunMonitor::NoteCopied(const std::string& src, const std::string& dst, int64_t size) {
+  std::lock_guard<std::mutex> lock(notes_mu_);
   if (!copied_targets_.insert(dst).second) return;
   std::string kind = KindOf(src, dst);
   if (kind == "document") {
@@ -141,6 +143,7 @@ void RunMonitor::NoteCopied(const std::string& src, const std::string& dst, int6
 }
 
 void RunMonitor::NoteMissing(const std::string& path, const std::string& target) {
+  std::lock_guard<std::mutex> lock(notes_mu_);
   if (!missing_sources_.insert(path).second) return;
   const auto found = by_source_.find(path);
   OutcomeItem item{KindOf(path, target.empty() ? path : target), path, target, ReferrerOf(path), 0};
@@ -150,6 +153,7 @@ void RunMonitor::NoteMissing(const std::string& path, const std::string& target)
 
 void RunMonitor::NoteFailed(std::string kind, const std::string& src, const std::string& dst,
                             DWORD error) {
+  std::lock_guard<std::mutex> lock(notes_mu_);
   if (!failures_.insert(kind + '\n' + src + '\n' + dst).second) return;
   outcome_.failed.push_back({std::move(kind), src, dst, ReferrerOf(src), error});
 }
@@ -161,7 +165,7 @@ bool RunMonitor::CanOpenForReading(const std::string& path) {
 }
 
 DWORD RunMonitor::CopyFile(const std::string& src, const std::string& dst, bool failIfExists) {
-  std::lock_guard<std::mutex> gate(WriteGate());
+  std::shared_lock<std::shared_mutex> gate(WriteGate());
   if (ahead_ != nullptr) ahead_->Claim(dst);
   nomplat::ForgetLastCopySize();
   const DWORD error = EnvWrapper::CopyFile(src, dst, failIfExists);
@@ -178,7 +182,7 @@ DWORD RunMonitor::CopyFile(const std::string& src, const std::string& dst, bool 
 }
 
 DWORD RunMonitor::WriteFileAtomic(const std::string& path, const std::string& contents) {
-  std::lock_guard<std::mutex> gate(WriteGate());
+  std::shared_lock<std::shared_mutex> gate(WriteGate());
   const std::string target = Redirected(path);
   const DWORD error = EnvWrapper::WriteFileAtomic(target, contents);
   if (error != 0) NoteFailed("save", path, target, error);
@@ -186,7 +190,7 @@ DWORD RunMonitor::WriteFileAtomic(const std::string& path, const std::string& co
 }
 
 DWORD RunMonitor::WriteFileAtomicFrom(const std::string& path, nomplat::ContentSource& source) {
-  std::lock_guard<std::mutex> gate(WriteGate());
+  std::shared_lock<std::shared_mutex> gate(WriteGate());
   const std::string target = Redirected(path);
   const DWORD error = EnvWrapper::WriteFileAtomicFrom(target, source);
   if (error != 0) NoteFailed("save", path, target, error);

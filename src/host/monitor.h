@@ -5,6 +5,7 @@
 
 #include <map>
 #include <memory>
+#include <mutex>
 #include <set>
 #include <string>
 #include <string_view>
@@ -68,6 +69,7 @@ class RunMonitor : public nomplat::EnvWrapper, public nomzub::LogSink {
   std::set<std::u32string> redirected_names_;     // their file names, without letter case
   Outcome outcome_;
   const bool keep_copied_;
+  std::mutex notes_mu_;  // guards what the Note functions record: writes come from several threads
   std::unordered_set<std::string> copied_targets_;
   std::set<std::string> missing_sources_;
   std::set<std::string> failures_;  // kind, source and target of each failure reported
