@@ -306,6 +306,43 @@ TEST_F(PathsTest, Case_FileAddedByAnotherProgramAfterListingIsFound) {
   EXPECT_EQ(T("Out/NEW.x"), Native("C:\\Out\\new.x"));
 }
 
+// What ToNativePathFound learnt of modulePath's entry: "missing", "known" or "unknown", after
+// the native path.
+std::string Found(const std::string& modulePath) {
+  std::string native;
+  DWORD error = 0;
+  FoundEntry found;
+  if (!ToNativePathFound(modulePath, &native, &error, &found)) return "<error>";
+  return native + (found.known ? " known" : found.missing ? " missing" : " unknown");
+}
+
+TEST_F(PathsTest, Case_NewNameInListedDirectoryIsMissingAsWritten) {
+  WriteFile(T("Out/Seed.x"), "1");
+  AgeDirectory(T("Out"));
+  EXPECT_EQ(T("Out/Seed.x"), Native("C:\\Out\\SEED.X"));  // the directory is listed
+  EXPECT_EQ(T("Out/New.x") + " missing", Found("C:\\Out\\New.x"));
+  EXPECT_EQ(T("Out/Seed.x") + " unknown", Found("C:\\Out\\seed.x"));
+}
+
+TEST_F(PathsTest, Case_FileAddedAsWrittenByAnotherProgramAfterListingIsFound) {
+  WriteFile(T("Out/Seed.x"), "1");
+  AgeDirectory(T("Out"));
+  EXPECT_EQ(T("Out/New.x") + " missing", Found("C:\\Out\\New.x"));
+  WriteFile(T("Out/New.x"), "2");
+  EXPECT_EQ(T("Out/New.x") + " known", Found("C:\\Out\\New.x"));
+}
+
+TEST_F(PathsTest, Case_DirectoryReplacedAfterListingIsLookedAtAgain) {
+  WriteFile(T("Out/Seed.x"), "1");
+  WriteFile(T("Other/Part.x"), "2");
+  AgeDirectory(T("Out"));
+  AgeDirectory(T("Other"));
+  EXPECT_EQ(T("Out/Part.x") + " missing", Found("C:\\Out\\Part.x"));
+  ASSERT_EQ(0, std::rename(T("Out").c_str(), T("Gone").c_str()));
+  ASSERT_EQ(0, std::rename(T("Other").c_str(), T("Out").c_str()));
+  EXPECT_EQ(T("Out/Part.x") + " known", Found("C:\\Out\\Part.x"));
+}
+
 TEST_F(PathsTest, Case_FileRemovedByAnotherProgramAfterListingIsNotFound) {
   WriteFile(T("Out/Old.x"), "1");
   AgeDirectory(T("Out"));

@@ -85,6 +85,22 @@ class ListingCache {
     return it->second.Find(folded, entry);
   }
 
+  // Whether the listing kept of dir, current by a look at dir taken here, holds no entry equal to
+  // folded ignoring case. False, without a look, when no listing of dir is kept or the one kept
+  // holds such an entry; false when the listing is out of date.
+  bool KnownAbsent(const std::string& dir, const std::u32string& folded) {
+    {
+      std::lock_guard<std::mutex> lock(mu_);
+      const auto it = listings_.find(dir);
+      if (it == listings_.end() || it->second.names.count(folded) != 0) return false;
+    }
+    struct stat st;
+    if (stat(dir.empty() ? "." : dir.c_str(), &st) != 0) return false;
+    std::lock_guard<std::mutex> lock(mu_);
+    const auto it = listings_.find(dir);
+    return it != listings_.end() && it->second.Matches(st) && it->second.names.count(folded) == 0;
+  }
+
   // native was just created by this process: its directory's listing, if kept, takes it in.
   void NoteCreated(const std::string& native) {
     const std::string dir = DirectoryPart(native);
@@ -222,6 +238,14 @@ std::string ResolveCase(const std::string& root, const std::vector<std::string_v
   if (names.empty()) return path;
   FoundEntry ignored;
   FoundEntry& entry = found != nullptr ? *found : ignored;
+  // A new file in a directory whose listing is kept (a copy into the output directory): the
+  // listing, once a look at the directory shows it current, says nothing stands there.
+  const size_t n = names.size();
+  if (Listings().KnownAbsent(path.substr(0, n > 1 ? ends[n - 2] : root.size()),
+                             FoldedName(names[n - 1]))) {
+    entry.missing = true;
+    return path;
+  }
   entry.known = lstat(path.c_str(), &entry.st) == 0;
   if (entry.known) return path;
   const bool absent = errno == ENOENT;
@@ -242,7 +266,6 @@ std::string ResolveCase(const std::string& root, const std::vector<std::string_v
     }
     return exists;
   };
-  const size_t n = names.size();
   size_t known = 0;  // how many leading names exist as written (the root is taken as existing)
   if (n > 1 && prefixExists(n - 1)) {
     known = n - 1;
