@@ -4,7 +4,8 @@
 // or broken, and install it with SetCurrentEnv (which returns the Env it replaces; null installs
 // the default again) or, for a scope, ScopedEnv. Threads: the default Env may be called from any
 // number of threads at once, while SetCurrentEnv must only be called when no other thread is
-// using the Env, and an installed Env must itself be safe for the threads that call it.
+// using the Env, and an installed Env must itself be safe for the threads that call it (the
+// generator writes a large package's files from several threads at once).
 //
 // Paths handed to an Env are module paths: Windows-style, in the process's code page; the default
 // Env maps them to native paths (paths.h). Failures are Windows error numbers (winerror.h).

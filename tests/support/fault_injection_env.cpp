@@ -4,12 +4,17 @@
 namespace nomplat {
 
 void FaultInjectionEnv::FailOn(Op op, int nth, DWORD error, bool sticky) {
+  std::lock_guard<std::mutex> lock(mu_);
   plans_[op].push_back({nth, error, sticky});
 }
 
-int FaultInjectionEnv::Count(Op op) const { return counts_[op]; }
+int FaultInjectionEnv::Count(Op op) const {
+  std::lock_guard<std::mutex> lock(mu_);
+  return counts_[op];
+}
 
 void FaultInjectionEnv::Reset() {
+  std::lock_guard<std::mutex> lock(mu_);
   for (int op = 0; op < kOpCount; ++op) {
     counts_[op] = 0;
     plans_[op].clear();
@@ -17,6 +22,7 @@ void FaultInjectionEnv::Reset() {
 }
 
 DWORD FaultInjectionEnv::Tick(Op op) {
+  std::lock_guard<std::mutex> lock(mu_);
   const int call = ++counts_[op];
   for (const Plan& plan : plans_[op]) {
     if (call == plan.nth || (plan.sticky && call > plan.nth)) return plan.error;

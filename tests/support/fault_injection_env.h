@@ -2,6 +2,7 @@
 #ifndef NOM_TESTS_SUPPORT_FAULT_INJECTION_ENV_H_
 #define NOM_TESTS_SUPPORT_FAULT_INJECTION_ENV_H_
 
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -51,6 +52,7 @@ class FaultInjectionEnv : public EnvWrapper {
   };
   // Counts a call of op; returns the error to fail it with, or 0.
   DWORD Tick(Op op);
+  mutable std::mutex mu_;  // calls may come from several threads (the generator's writers)
   int counts_[kOpCount] = {};
   std::vector<Plan> plans_[kOpCount];
 };
