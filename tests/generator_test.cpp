@@ -212,14 +212,16 @@ class GeneratorTest : public ::testing::Test {
   }
   // Runs sql on the test's database; false when it fails.
   bool Sql(const std::string& sql) { return nomzub::RunPlanningSql(url_, sql, nullptr) == S_OK; }
+  // A common table expression n of the numbers 0 .. count-1, to start a statement with.
+  static std::string CountingTo(int count) {
+    return "WITH RECURSIVE n(k) AS (SELECT 0 UNION ALL SELECT k + 1 FROM n WHERE k + 1 < " +
+           std::to_string(count) + ") ";
+  }
   // Adds count products X-0 .. X-(count-1) to the sample project, each (but the last) holding two
   // instances of the next, and a top-level entry of X-0: one instance of X-k brings
   // 2^(count-k) - 1 objects.
   bool AddDoublingStructure(int count) {
-    const std::string numbers =
-        "WITH RECURSIVE n(k) AS (SELECT 0 UNION ALL SELECT k + 1 FROM n "
-        "WHERE k + 1 < " +
-        std::to_string(count) + ") ";
+    const std::string numbers = CountingTo(count);
     return Sql(numbers +
                "INSERT INTO products (project, oid, name, kind) "
                "SELECT 'AssemblyLine', 'X-' || k, 'Level', 'product' FROM n") &&
@@ -235,10 +237,7 @@ class GeneratorTest : public ::testing::Test {
   // product W-ROOT holding one of each: count + 1 product documents more, enough for the
   // generator to write them on several threads.
   bool AddWideStructure(int count) {
-    const std::string numbers =
-        "WITH RECURSIVE n(k) AS (SELECT 0 UNION ALL SELECT k + 1 FROM n "
-        "WHERE k + 1 < " +
-        std::to_string(count) + ") ";
+    const std::string numbers = CountingTo(count);
     return Sql(numbers +
                "INSERT INTO products (project, oid, name, kind) "
                "SELECT 'AssemblyLine', 'W-' || k, 'Wide', 'product' FROM n") &&
