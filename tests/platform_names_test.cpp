@@ -238,24 +238,45 @@ TEST_F(NamesTest, CaseFoldKey_DifferentNamesDiffer) {
   EXPECT_NE(CaseFoldKey("Part.vgxXml"), CaseFoldKey("Part.vgxXml "));
 }
 
-TEST_F(NamesTest, CaseFoldKey_EmptyNameIsEmptyKey) { EXPECT_EQ(U"", CaseFoldKey("")); }
+TEST_F(NamesTest, CaseFoldKey_EmptyNameIsEmptyKey) { EXPECT_EQ("", CaseFoldKey("")); }
+
+// Key bytes: a folded ASCII character as itself, any other as 0xFF and its code point's 3 bytes.
+std::string KeyBytes(const char* bytes, size_t size) { return std::string(bytes, size); }
+
+TEST_F(NamesTest, CaseFoldKey_AsciiIsItsUpperCaseBytes) {
+  EXPECT_EQ("PART_1.VGXXML", CaseFoldKey("Part_1.vgxXml"));
+}
+
+TEST_F(NamesTest, CaseFoldKey_KeysSortAsTheirCharacters) {
+  const std::string ascii = CaseFoldKey("z");                  // U+005A
+  const std::string latin = CaseFoldKey("\xC3\xA9");           // U+00C9
+  const std::string cjk = CaseFoldKey("\xE8\xA1\xA8");         // U+8868
+  const std::string astral = CaseFoldKey("\xF0\x9F\x98\x80");  // U+1F600
+  const std::string malformed = CaseFoldKey("\xC3");           // a lead byte alone
+  EXPECT_LT(ascii, latin);
+  EXPECT_LT(latin, cjk);
+  EXPECT_LT(cjk, astral);
+  EXPECT_LT(astral, malformed);
+  EXPECT_EQ(KeyBytes("\xFF\x01\xF6\x00", 4), astral);
+  EXPECT_EQ(KeyBytes("\xFF\x11\x00\xC3", 4), malformed);
+}
 
 TEST_F(NamesTest, CaseFoldKey_NonAsciiLettersFoldInUtf8) {
   EXPECT_EQ(CaseFoldKey("Caf\xC3\xA9"), CaseFoldKey("CAF\xC3\x89"));
-  EXPECT_EQ(U"CAF\u00C9", CaseFoldKey("caf\xC3\xA9"));
+  EXPECT_EQ(KeyBytes("CAF\xFF\x00\x00\xC9", 7), CaseFoldKey("caf\xC3\xA9"));
 }
 
 TEST_F(NamesTest, CaseFoldKey_NameIsReadInTheProcessCodePage) {
   ScopedCodePage cp(1252);
   ASSERT_TRUE(cp.ok());
-  EXPECT_EQ(U"CAF\u00C9", CaseFoldKey("caf\xE9"));
+  EXPECT_EQ(KeyBytes("CAF\xFF\x00\x00\xC9", 7), CaseFoldKey("caf\xE9"));
   EXPECT_EQ(CaseFoldKey("caf\xE9"), CaseFoldKey("CAF\xC9"));
 }
 
 TEST_F(NamesTest, CaseFoldKey_932DoubleByteNameIsOneCharacter) {
   ScopedCodePage cp(932);
   ASSERT_TRUE(cp.ok());
-  EXPECT_EQ(U"\u8868.VGXXML", CaseFoldKey("\x95\x5C.vgxXml"));
+  EXPECT_EQ(KeyBytes("\xFF\x00\x88\x68.VGXXML", 11), CaseFoldKey("\x95\x5C.vgxXml"));
 }
 
 TEST_F(NamesTest, CaseFoldKey_EqualKeysAreWhatTheLookupMatches) {

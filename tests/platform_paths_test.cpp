@@ -386,6 +386,29 @@ TEST_F(PathsTest, Case_RelativePathWithLeadingDotDot) {
   EXPECT_EQ("../Pkg/Part.x", Native("..\\PKG\\part.X"));
 }
 
+TEST_F(PathsTest, Case_AmbiguousMatchStaysAmbiguousAfterOneSpellingIsCopiedOver) {
+  WriteFile(T("Out/Part.x"), "1");
+  WriteFile(T("Out/PART.x"), "2");
+  WriteFile(T("Src/Part.x"), "new");
+  AgeDirectory(T("Out"));
+  EXPECT_EQ(T("Out/part.x"), Native("C:\\Out\\part.x"));
+  ASSERT_EQ(0u, Env::Default()->CopyFile("C:\\Src\\Part.x", "C:\\Out\\Part.x", false));
+  EXPECT_EQ(T("Out/part.x"), Native("C:\\Out\\part.x"));
+  ASSERT_EQ(0u, Env::Default()->CopyFile("C:\\Src\\Part.x", "C:\\Out\\PART.x", false));
+  EXPECT_EQ(T("Out/part.x"), Native("C:\\Out\\part.x"));
+}
+
+TEST_F(PathsTest, Case_CopyToAnotherSpellingAfterListingReplacesTheFile) {
+  WriteFile(T("Out/Part.x"), "1");
+  WriteFile(T("Src/Part.x"), "new");
+  AgeDirectory(T("Out"));
+  EXPECT_EQ(T("Out/Part.x"), Native("C:\\Out\\part.x"));
+  ASSERT_EQ(0u, Env::Default()->CopyFile("C:\\Src\\Part.x", "C:\\Out\\PART.x", false));
+  EXPECT_EQ(T("Out/Part.x"), Native("C:\\Out\\part.x"));
+  EXPECT_EQ("new", nomtest::ReadFile(T("Out/Part.x")));
+  EXPECT_FALSE(nomtest::FileExists(T("Out/PART.x")));
+}
+
 TEST_F(PathsTest, Case_FileCopiedOverTargetAfterListingKeepsLookupWorking) {
   WriteFile(T("Out/Seed.x"), "1");
   WriteFile(T("Out/Part.x"), "old");

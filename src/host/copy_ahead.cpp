@@ -31,8 +31,7 @@ std::pair<std::string_view, std::string_view> SplitNative(std::string_view nativ
 
 // The hash of the file name of module path `path`, without letter case.
 size_t NameHash(const std::string& path) {
-  return std::hash<std::u32string>()(
-      nomplat::CaseFoldKey(nomplat::PathFindFileNameA(path.c_str())));
+  return std::hash<std::string>()(nomplat::CaseFoldKey(nomplat::PathFindFileNameA(path.c_str())));
 }
 
 // Removes the staging directories named prefix + PID in parent whose process is gone: a run
@@ -136,9 +135,9 @@ bool CopyAhead::Eligible(const PlannedItem& item, size_t* name_hash, bool* rewri
   if (!nomplat::ToNativePathAsWritten(item.target, &native, &error)) return false;
   const auto [directory, name] = SplitNative(native);
   if (directory != soi_native_ || name.empty() || name == "." || name == "..") return false;
-  const std::u32string key = nomplat::CaseFoldKey(nomplat::PathFindFileNameA(item.target.c_str()));
+  const std::string key = nomplat::CaseFoldKey(nomplat::PathFindFileNameA(item.target.c_str()));
   if (reserved_.count(key) > 0) return false;
-  *name_hash = std::hash<std::u32string>()(key);
+  *name_hash = std::hash<std::string>()(key);
   *rewrite = item.kind == ItemKind::kDocument && missing_names_.count(key) == 0;
   return true;
 }

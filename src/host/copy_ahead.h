@@ -71,9 +71,9 @@ class NOM_API CopyAhead {
   bool Eligible(const PlannedItem& item, size_t* name_hash, bool* rewrite) const;
 
   const PreflightResult& plan_;
-  std::string soi_native_;                  // the SOI directory's native path, as written
-  std::set<std::u32string> reserved_;       // names in it the run looks for and cannot find
-  std::set<std::u32string> missing_names_;  // names the run looks for anywhere and cannot find
+  std::string soi_native_;               // the SOI directory's native path, as written
+  std::set<std::string> reserved_;       // names in it the run looks for and cannot find
+  std::set<std::string> missing_names_;  // names the run looks for anywhere and cannot find
   std::unordered_map<std::string_view, size_t> by_target_;  // into plan_.items
   std::unique_ptr<std::atomic<uint8_t>[]> states_;
   std::mutex mu_;

@@ -44,7 +44,7 @@ bool SameFile(const std::string& first, const std::string& second) {
 }
 
 // The last component of a module path, without letter case.
-std::u32string NameKey(const std::string& module_path) {
+std::string NameKey(const std::string& module_path) {
   return nomplat::CaseFoldKey(nomplat::PathFindFileNameA(module_path.c_str()));
 }
 

@@ -66,7 +66,7 @@ class RunMonitor : public nomplat::EnvWrapper, public nomzub::LogSink {
   const PreflightResult* plan_;
   std::unordered_map<std::string_view, const PlannedItem*> by_source_;  // into plan_'s items
   std::map<std::string, std::string> redirects_;  // native path -> module path
-  std::set<std::u32string> redirected_names_;     // their file names, without letter case
+  std::set<std::string> redirected_names_;        // their file names, without letter case
   Outcome outcome_;
   const bool keep_copied_;
   std::mutex notes_mu_;  // guards what the Note functions record: writes come from several threads

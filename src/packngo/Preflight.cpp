@@ -221,7 +221,7 @@ class NOMSOIPreflight {
     }
     missing_ = missing_ || !present;
     const Identity identity{facts->device, facts->inode};
-    const std::u32string* key =
+    const std::string* key =
         present ? Claim(TargetKey(target), target, result_.items.size() - 1, "", identity)
                 : nullptr;
     places_.push_back({key, identity});
@@ -258,8 +258,8 @@ class NOMSOIPreflight {
   // kNoItem, the file `own` (the main document or view file). Two different files on one name
   // (compared without letter case) are refused unless allowed. Returns the key as the claims
   // hold it, which stays where it is while the preflight lives.
-  const std::u32string* Claim(std::u32string key, const std::string& target, size_t item,
-                              const std::string& own, const Identity& identity) {
+  const std::string* Claim(std::string key, const std::string& target, size_t item,
+                           const std::string& own, const Identity& identity) {
     const Claimant claimant{item, own, identity};
     const auto inserted = claims_.emplace(std::move(key), claimant);
     const auto& found = inserted.first;
@@ -276,7 +276,7 @@ class NOMSOIPreflight {
   // Where a target lands, compared without letter case: its native path, so that two spellings
   // of one place ("Z:\out\A", "/out/A", "out\.\A") are one key. The names are taken as
   // written: the key folds letter case, so the disk's spelling would not change it.
-  static std::u32string TargetKey(const std::string& target) {
+  static std::string TargetKey(const std::string& target) {
     std::string native;
     DWORD error = 0;
     if (!nomplat::ToNativePathAsWritten(target, &native, &error)) {
@@ -360,12 +360,12 @@ class NOMSOIPreflight {
     nomplat::FileFacts soi;
     const bool soi_exists =
         nomplat::StatModulePath(options_.soi_directory, &soi) != 0 || soi.exists;
-    std::unordered_map<const std::u32string*, size_t> last;  // target -> the last item to it
+    std::unordered_map<const std::string*, size_t> last;  // target -> the last item to it
     for (size_t i = 0; i < result_.items.size(); ++i) {
       if (result_.items[i].present) last[places_[i].key] = i;
     }
     // What stands at each target that exists already.
-    std::unordered_map<const std::u32string*, Identity> standing;
+    std::unordered_map<const std::string*, Identity> standing;
     for (const auto& entry : last) {
       const PlannedItem& item = result_.items[entry.second];
       if (soi_exists || !DirectlyInSoi(item.target)) {
@@ -383,7 +383,7 @@ class NOMSOIPreflight {
 
   // Sets meets_own_copies when a copy lands on an existing file (other than its own source) that
   // is the source of a planned item.
-  void NoteReplacedSources(const std::unordered_map<const std::u32string*, Identity>& standing) {
+  void NoteReplacedSources(const std::unordered_map<const std::string*, Identity>& standing) {
     if (standing.empty()) return;
     std::set<Identity> replaced;
     for (size_t i = 0; i < result_.items.size(); ++i) {
@@ -406,7 +406,7 @@ class NOMSOIPreflight {
   // compared, whatever the directories and the order (the plan holds each look once, the module
   // may look again after the copy), so that no spelling of the output directory is missed.
   void NoteMissingCopiedNames() {
-    std::unordered_set<std::u32string> copied;
+    std::unordered_set<std::string> copied;
     for (const PlannedItem& item : result_.items) {
       if (item.present)
         copied.insert(nomplat::CaseFoldKey(nomplat::PathFindFileNameA(item.target.c_str())));
@@ -459,7 +459,7 @@ class NOMSOIPreflight {
   // Where an item lands (its key in claims_; null for a source that cannot be read) and the
   // file it copies, beside result_.items.
   struct Place {
-    const std::u32string* key;
+    const std::string* key;
     Identity source;
   };
 
@@ -502,8 +502,8 @@ class NOMSOIPreflight {
   std::unordered_set<size_t, ItemHash, ItemEqual> seen_{16, ItemHash{&result_.items},
                                                         ItemEqual{&result_.items}};
   std::vector<Place> places_;
-  std::unordered_map<std::u32string, Claimant> claims_;
-  std::set<std::u32string> collided_;
+  std::unordered_map<std::string, Claimant> claims_;
+  std::set<std::string> collided_;
   // Documents walked to the end, by the path the walk reached them with: their visits and height.
   std::unordered_map<std::string, std::pair<uint64_t, uint64_t>> walked_;
 };

@@ -12,7 +12,6 @@
 #include <mutex>
 #include <optional>
 #include <unordered_map>
-#include <unordered_set>
 #include <utility>
 
 #include "platform/codepage.h"
@@ -58,9 +57,9 @@ std::string NamePart(const std::string& native) {
 // directory's last change is not trusted, since a change in that tick would not move the time.
 class ListingCache {
  public:
-  // How many entries of dir equal folded ignoring case (0, 1 or more); the one in *entry.
-  // dirStat: the directory's lstat when the caller just took it (null: looked at here).
-  int Find(const std::string& dir, const std::u32string& folded, std::string* entry,
+  // How many entries of dir equal folded ignoring case (0, 1, or 2 for several); the one in
+  // *entry. dirStat: the directory's lstat when the caller just took it (null: looked at here).
+  int Find(const std::string& dir, const std::string& folded, std::string* entry,
            const struct stat* dirStat) {
     struct stat st;
     if (dirStat != nullptr && S_ISDIR(dirStat->st_mode)) {
@@ -88,7 +87,7 @@ class ListingCache {
   // Whether the listing kept of dir, current by a look at dir taken here, holds no entry equal to
   // folded ignoring case. False, without a look, when no listing of dir is kept or the one kept
   // holds such an entry; false when the listing is out of date.
-  bool KnownAbsent(const std::string& dir, const std::u32string& folded) {
+  bool KnownAbsent(const std::string& dir, const std::string& folded) {
     {
       std::lock_guard<std::mutex> lock(mu_);
       const auto it = listings_.find(dir);
@@ -134,9 +133,8 @@ class ListingCache {
     ino_t ino = 0;
     timespec mtime{};
     bool trusted = false;
-    // Folded name -> how many entries fold to it, and the last one seen.
-    std::unordered_map<std::u32string, std::pair<int, std::string>> names;
-    std::unordered_set<std::string> exact;
+    // Folded name -> 1 and the one entry that folds to it, or 2 (several) and the last one seen.
+    std::unordered_map<std::string, std::pair<int, std::string>> names;
 
     bool Matches(const struct stat& st) const {
       return trusted && st.st_dev == dev && st.st_ino == ino && st.st_mtim.tv_sec == mtime.tv_sec &&
@@ -167,12 +165,11 @@ class ListingCache {
       trusted = true;
     }
     void Insert(const std::string& name) {
-      if (!exact.insert(name).second) return;
       auto& slot = names[FoldedName(name)];
-      ++slot.first;
-      slot.second = name;
+      if (slot.first == 1 && slot.second == name) return;  // already listed
+      slot = {slot.first == 0 ? 1 : 2, name};
     }
-    int Find(const std::u32string& folded, std::string* entry) const {
+    int Find(const std::string& folded, std::string* entry) const {
       const auto it = names.find(folded);
       if (it == names.end()) return 0;
       *entry = it->second.second;
@@ -210,13 +207,21 @@ bool AppendEntry(std::string* path, std::string_view name, bool exactTried,
 
 }  // namespace
 
-std::u32string FoldedName(std::string_view name) {
-  std::u32string folded;
+std::string FoldedName(std::string_view name) {
+  std::string folded;
+  folded.reserve(name.size());
   for (size_t i = 0; i < name.size();) {
     char32_t c = 0;
     const size_t length = Utf8SequenceLength(name, i, &c);
     // A malformed byte stands for itself, offset beyond every character.
-    folded += length == 0 ? 0x110000 + static_cast<unsigned char>(name[i]) : FoldCase(c);
+    const char32_t key = length == 0 ? 0x110000 + static_cast<unsigned char>(name[i]) : FoldCase(c);
+    if (key < 0x80) {
+      folded += static_cast<char>(key);
+    } else {
+      const char bytes[] = {'\xFF', static_cast<char>(key >> 16), static_cast<char>(key >> 8),
+                            static_cast<char>(key)};
+      folded.append(bytes, sizeof bytes);
+    }
     i += length == 0 ? 1 : length;
   }
   return folded;
@@ -309,8 +314,6 @@ bool CaseInsensitiveLookup() {
   return on == 1;
 }
 
-std::u32string CaseFoldKey(const std::string& moduleName) {
-  return FoldedName(AcpToUtf8(moduleName));
-}
+std::string CaseFoldKey(const std::string& moduleName) { return FoldedName(AcpToUtf8(moduleName)); }
 
 }  // namespace nomplat

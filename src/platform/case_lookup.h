@@ -14,9 +14,11 @@
 namespace nomplat {
 
 // A name (UTF-8) with every character case-folded as Windows compares file names (simple
-// one-to-one upper-case mappings): equal for names Windows would take as one. A byte that starts
-// no well-formed UTF-8 sequence stands for itself and equals no character.
-std::u32string FoldedName(std::string_view name);
+// one-to-one upper-case mappings), as a key: equal for names Windows would take as one. A folded
+// ASCII character is its own byte; any other is 0xFF and its code point's three bytes, most
+// significant first, so keys sort as their characters do. A byte that starts no well-formed UTF-8
+// sequence stands for itself, beyond every character, and equals no character.
+std::string FoldedName(std::string_view name);
 
 // What a look-up learnt of the entry a path names, so that its caller need not ask again.
 struct FoundEntry {

@@ -106,8 +106,9 @@ NOM_API DWORD StatModulePath(const std::string& modulePath, FileFacts* facts);
 // Returns 0 or a Windows error.
 NOM_API DWORD FreeBytes(const std::string& moduleDir, uint64_t* bytes);
 // A key equal for two file names (module paths' last components, in the process's code page)
-// that Windows takes as one name: compared without letter case.
-NOM_API std::u32string CaseFoldKey(const std::string& moduleName);
+// that Windows takes as one name: compared without letter case. Keys sort as the folded names'
+// characters do.
+NOM_API std::string CaseFoldKey(const std::string& moduleName);
 
 }  // namespace nomplat
 
