@@ -1153,6 +1153,32 @@ TEST_F(GeneratorTest, Generate_WriteFailureInManyProductsNamesItAndLeavesNoPacka
   EXPECT_FALSE(FileExists(cache_ + "/W-700.vgxGeom"));
 }
 
+// Throws std::bad_alloc from the save of one path, passes every other call on.
+class ThrowOnOnePath : public nomplat::EnvWrapper {
+ public:
+  ThrowOnOnePath(nomplat::Env* target, std::string path)
+      : EnvWrapper(target), path_(std::move(path)) {}
+  DWORD WriteFileAtomic(const std::string& path, const std::string& contents) override {
+    if (path == path_) throw std::bad_alloc();
+    return EnvWrapper::WriteFileAtomic(path, contents);
+  }
+
+ private:
+  const std::string path_;
+};
+
+// Out of memory on a writer thread reaches the caller as it does with one writer, after every
+// writer has stopped, and leaves no package.
+TEST_F(GeneratorTest, Generate_OutOfMemoryInManyProductsReachesTheCaller) {
+  ASSERT_TRUE(AddWideStructure(1200));
+  ASSERT_EQ(Connect(), S_OK);
+  ThrowOnOnePath env(nomplat::Env::Default(), ZPath(cache_) + "\\W-700.vgxGeom");
+  nomplat::ScopedEnv installed(&env);
+  EXPECT_THROW(Generate(), std::bad_alloc);
+  EXPECT_EQ(RegisteredMain(), "");
+  EXPECT_FALSE(FileExists(Main()));
+}
+
 TEST_F(GeneratorTest, Generate_UncreatableDirectoryRefused) {
   ASSERT_EQ(Connect(), S_OK);
   nomtest::WriteFile(dir_.Sub("out"), "a file where the directory should be");

@@ -4,8 +4,11 @@
 
 #include <algorithm>
 #include <atomic>
+#include <exception>
 #include <map>
+#include <mutex>
 #include <set>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -156,25 +159,41 @@ class PackageWriter {
   };
 
   // Writes the product document and the geometry of every product of *batch, on up to
-  // WriterCount() threads, the caller's among them. After a failure no further product is begun;
-  // the cause given is that of the first failed product in the batch's order, whose earlier
-  // products are all written.
+  // WriterCount() threads, the caller's among them (fewer when no more can be started). After a
+  // failure no further product is begun; the cause given is that of the first failed product in
+  // the batch's order, whose earlier products are all written. An exception a writer meets (out
+  // of memory) is thrown here once every writer has stopped.
   bool WriteBatch(std::vector<Pending>* batch, std::string* error) const {
     std::atomic<size_t> next{0};
     std::atomic<bool> failed{false};
+    std::mutex thrown_mu;
+    std::exception_ptr thrown;
     const auto write = [&] {
-      for (size_t i; !failed.load() && (i = next.fetch_add(1)) < batch->size();) {
-        Pending& item = (*batch)[i];
-        if (!WriteProduct(*item.oid, *item.product, item.document, &item.error)) {
-          failed.store(true);
+      try {
+        for (size_t i; !failed.load() && (i = next.fetch_add(1)) < batch->size();) {
+          Pending& item = (*batch)[i];
+          if (!WriteProduct(*item.oid, *item.product, item.document, &item.error)) {
+            failed.store(true);
+          }
         }
+      } catch (...) {
+        failed.store(true);
+        std::lock_guard<std::mutex> lock(thrown_mu);
+        if (!thrown) thrown = std::current_exception();
       }
     };
     std::vector<std::thread> helpers;
     const size_t threads = batch->size() < kParallelFrom ? 1 : WriterCount();
-    for (size_t t = 1; t < threads; ++t) helpers.emplace_back(write);
+    for (size_t t = 1; t < threads; ++t) {
+      try {
+        helpers.emplace_back(write);
+      } catch (const std::system_error&) {
+        break;  // the writers started so far, and this thread, do the work
+      }
+    }
     write();
     for (std::thread& helper : helpers) helper.join();
+    if (thrown) std::rethrow_exception(thrown);
     for (const Pending& item : *batch) {
       if (!item.error.empty()) return Fail(error, item.error);
     }
