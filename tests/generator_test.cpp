@@ -8,6 +8,7 @@
 #include <cstring>
 #include <deque>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <pugixml.hpp>
@@ -1113,25 +1114,25 @@ TEST_F(GeneratorTest, Generate_ManyProductsWrittenInOrderOfTheirForms) {
   }
 }
 
-// Fails the save of one path with an error, passes every other call on.
-class FailOnePath : public nomplat::EnvWrapper {
+// Answers the save of one path with what save() returns (or throws); passes every other call on.
+class BreakOnePath : public nomplat::EnvWrapper {
  public:
-  FailOnePath(nomplat::Env* target, std::string path, DWORD error)
-      : EnvWrapper(target), path_(std::move(path)), error_(error) {}
+  BreakOnePath(nomplat::Env* target, std::string path, std::function<DWORD()> save)
+      : EnvWrapper(target), path_(std::move(path)), save_(std::move(save)) {}
   DWORD WriteFileAtomic(const std::string& path, const std::string& contents) override {
-    return path == path_ ? error_ : EnvWrapper::WriteFileAtomic(path, contents);
+    return path == path_ ? save_() : EnvWrapper::WriteFileAtomic(path, contents);
   }
 
  private:
   const std::string path_;
-  const DWORD error_;
+  const std::function<DWORD()> save_;
 };
 
 TEST_F(GeneratorTest, Generate_WriteFailureInManyProductsNamesItAndLeavesNoPackage) {
   ASSERT_TRUE(AddWideStructure(1200));
   ASSERT_EQ(Connect(), S_OK);
   const std::string failing = ZPath(cache_) + "\\W-700.vgxGeom";
-  FailOnePath env(nomplat::Env::Default(), failing, 112);
+  BreakOnePath env(nomplat::Env::Default(), failing, [] { return DWORD{112}; });
   nomplat::ScopedEnv installed(&env);
   EXPECT_EQ(Generate(), E_FAIL);
   EXPECT_EQ(log_.messages(2), Strings{std::string(kError) +
@@ -1153,26 +1154,13 @@ TEST_F(GeneratorTest, Generate_WriteFailureInManyProductsNamesItAndLeavesNoPacka
   EXPECT_FALSE(FileExists(cache_ + "/W-700.vgxGeom"));
 }
 
-// Throws std::bad_alloc from the save of one path, passes every other call on.
-class ThrowOnOnePath : public nomplat::EnvWrapper {
- public:
-  ThrowOnOnePath(nomplat::Env* target, std::string path)
-      : EnvWrapper(target), path_(std::move(path)) {}
-  DWORD WriteFileAtomic(const std::string& path, const std::string& contents) override {
-    if (path == path_) throw std::bad_alloc();
-    return EnvWrapper::WriteFileAtomic(path, contents);
-  }
-
- private:
-  const std::string path_;
-};
-
 // Out of memory on a writer thread reaches the caller as it does with one writer, after every
 // writer has stopped, and leaves no package.
 TEST_F(GeneratorTest, Generate_OutOfMemoryInManyProductsReachesTheCaller) {
   ASSERT_TRUE(AddWideStructure(1200));
   ASSERT_EQ(Connect(), S_OK);
-  ThrowOnOnePath env(nomplat::Env::Default(), ZPath(cache_) + "\\W-700.vgxGeom");
+  BreakOnePath env(nomplat::Env::Default(), ZPath(cache_) + "\\W-700.vgxGeom",
+                   []() -> DWORD { throw std::bad_alloc(); });
   nomplat::ScopedEnv installed(&env);
   EXPECT_THROW(Generate(), std::bad_alloc);
   EXPECT_EQ(RegisteredMain(), "");

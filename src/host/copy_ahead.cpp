@@ -16,7 +16,6 @@
 #include "packngo/RelativePaths.h"
 #include "platform/env.h"
 #include "platform/paths.h"
-#include "platform/win32.h"
 #include "platform/winerror.h"
 
 namespace nomsoi {
@@ -31,7 +30,7 @@ std::pair<std::string_view, std::string_view> SplitNative(std::string_view nativ
 
 // The hash of the file name of module path `path`, without letter case.
 size_t NameHash(const std::string& path) {
-  return std::hash<std::string>()(nomplat::CaseFoldKey(nomplat::PathFindFileNameA(path.c_str())));
+  return std::hash<std::string>()(nomplat::FileNameKey(path));
 }
 
 // Removes the staging directories named prefix + PID in parent whose process is gone: a run
@@ -102,14 +101,14 @@ CopyAhead::CopyAhead(const PreflightResult& plan, const std::string& soi_directo
     }
     // A name the walk looks for somewhere and does not find: were it looked for in the SOI
     // directory after all, a document made under it must be the plain copy.
-    missing_names_.insert(nomplat::CaseFoldKey(nomplat::PathFindFileNameA(item.source.c_str())));
+    missing_names_.insert(nomplat::FileNameKey(item.source));
     // A file the run looks for and does not find must still be missing when it looks: a name
     // of the SOI directory that one stands for is not copied ahead.
     const std::string native = NativePath(item.source);
     struct stat parent;
     if (stat(std::string(SplitNative(native).first).c_str(), &parent) == 0 &&
         parent.st_dev == soi.device && parent.st_ino == soi.inode) {
-      reserved_.insert(nomplat::CaseFoldKey(nomplat::PathFindFileNameA(item.source.c_str())));
+      reserved_.insert(nomplat::FileNameKey(item.source));
     }
   }
   if (start) Start();
@@ -135,7 +134,7 @@ bool CopyAhead::Eligible(const PlannedItem& item, size_t* name_hash, bool* rewri
   if (!nomplat::ToNativePathAsWritten(item.target, &native, &error)) return false;
   const auto [directory, name] = SplitNative(native);
   if (directory != soi_native_ || name.empty() || name == "." || name == "..") return false;
-  const std::string key = nomplat::CaseFoldKey(nomplat::PathFindFileNameA(item.target.c_str()));
+  const std::string key = nomplat::FileNameKey(item.target);
   if (reserved_.count(key) > 0) return false;
   *name_hash = std::hash<std::string>()(key);
   *rewrite = item.kind == ItemKind::kDocument && missing_names_.count(key) == 0;

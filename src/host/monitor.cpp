@@ -11,7 +11,6 @@
 
 #include "module_thread.h"
 #include "platform/paths.h"
-#include "platform/win32.h"
 
 namespace nomsoi {
 namespace {
@@ -41,11 +40,6 @@ bool SameFile(const std::string& first, const std::string& second) {
   nomplat::FileFacts a, b;
   return nomplat::StatModulePath(first, &a) == 0 && nomplat::StatModulePath(second, &b) == 0 &&
          a.exists && b.exists && a.device == b.device && a.inode == b.inode;
-}
-
-// The last component of a module path, without letter case.
-std::string NameKey(const std::string& module_path) {
-  return nomplat::CaseFoldKey(nomplat::PathFindFileNameA(module_path.c_str()));
 }
 
 uint64_t SizeOf(const std::string& module_path) {
@@ -88,7 +82,7 @@ RunMonitor::RunMonitor(const PreflightResult* plan, std::map<std::string, std::s
     for (const PlannedItem& item : plan_->items) by_source_.emplace(item.source, &item);
   }
   for (auto& redirect : redirects) {
-    redirected_names_.insert(NameKey(redirect.first));
+    redirected_names_.insert(nomplat::FileNameKey(redirect.first));
     redirects_[NativePath(redirect.first)] = redirect.second;
   }
   // No progress line for a quiet run: it says nothing unless something goes wrong.
@@ -107,7 +101,7 @@ RunMonitor::~RunMonitor() {
 std::string RunMonitor::Redirected(const std::string& path) const {
   // Only a file named like a redirected one can be it: the name is compared before the whole
   // path is mapped, so that the module's many other saves cost no look-up here.
-  if (redirects_.empty() || redirected_names_.count(NameKey(path)) == 0) return path;
+  if (redirects_.empty() || redirected_names_.count(nomplat::FileNameKey(path)) == 0) return path;
   const auto found = redirects_.find(NativePath(path));
   return found == redirects_.end() ? path : found->second;
 }

@@ -98,7 +98,7 @@ class NOMSOIPreflight {
     }
     if (!result_.Refused()) Walk();
     if (!result_.Refused()) CountBytes();
-    if (!result_.Refused() && !result_.meets_own_copies && missing_) NoteMissingCopiedNames();
+    if (!result_.Refused() && !result_.meets_own_copies) NoteMissingCopiedNames();
     if (!result_.Refused() && options_.check_space) CheckSpace();
     return std::move(result_);
   }
@@ -219,7 +219,6 @@ class NOMSOIPreflight {
       result_.items.pop_back();
       return;
     }
-    missing_ = missing_ || !present;
     const Identity identity{facts->device, facts->inode};
     const std::string* key =
         present ? Claim(TargetKey(target), target, result_.items.size() - 1, "", identity)
@@ -406,14 +405,13 @@ class NOMSOIPreflight {
   // compared, whatever the directories and the order (the plan holds each look once, the module
   // may look again after the copy), so that no spelling of the output directory is missed.
   void NoteMissingCopiedNames() {
-    std::unordered_set<std::string> copied;
+    std::unordered_set<std::string> missing;
     for (const PlannedItem& item : result_.items) {
-      if (item.present)
-        copied.insert(nomplat::CaseFoldKey(nomplat::PathFindFileNameA(item.target.c_str())));
+      if (!item.present) missing.insert(nomplat::FileNameKey(item.source));
     }
+    if (missing.empty()) return;
     for (const PlannedItem& item : result_.items) {
-      if (!item.present &&
-          copied.count(nomplat::CaseFoldKey(nomplat::PathFindFileNameA(item.source.c_str()))) > 0) {
+      if (item.present && missing.count(nomplat::FileNameKey(item.target)) > 0) {
         result_.meets_own_copies = true;
         return;
       }
@@ -498,7 +496,6 @@ class NOMSOIPreflight {
   std::string main_path_;
   std::string normalised_soi_;
   uint64_t followed_ = 0;
-  bool missing_ = false;  // an item planned is missing
   std::unordered_set<size_t, ItemHash, ItemEqual> seen_{16, ItemHash{&result_.items},
                                                         ItemEqual{&result_.items}};
   std::vector<Place> places_;

@@ -19,6 +19,7 @@
 #include "platform/path_syntax.h"
 #include "platform/paths.h"
 #include "platform/utf8.h"
+#include "platform/win32.h"
 
 namespace nomplat {
 namespace {
@@ -85,13 +86,17 @@ class ListingCache {
   }
 
   // Whether the listing kept of dir, current by a look at dir taken here, holds no entry equal to
-  // folded ignoring case. False, without a look, when no listing of dir is kept or the one kept
-  // holds such an entry; false when the listing is out of date.
-  bool KnownAbsent(const std::string& dir, const std::string& folded) {
+  // name ignoring case. False without a look when no listing of dir is kept (name is then not
+  // even folded) or the one kept holds such an entry; false after the look when the listing is
+  // out of date.
+  bool KnownAbsent(const std::string& dir, std::string_view name) {
+    std::string folded;
     {
       std::lock_guard<std::mutex> lock(mu_);
       const auto it = listings_.find(dir);
-      if (it == listings_.end() || it->second.names.count(folded) != 0) return false;
+      if (it == listings_.end()) return false;
+      folded = FoldedName(name);
+      if (it->second.names.count(folded) != 0) return false;
     }
     struct stat st;
     if (stat(dir.empty() ? "." : dir.c_str(), &st) != 0) return false;
@@ -246,8 +251,7 @@ std::string ResolveCase(const std::string& root, const std::vector<std::string_v
   // A new file in a directory whose listing is kept (a copy into the output directory): the
   // listing, once a look at the directory shows it current, says nothing stands there.
   const size_t n = names.size();
-  if (Listings().KnownAbsent(path.substr(0, n > 1 ? ends[n - 2] : root.size()),
-                             FoldedName(names[n - 1]))) {
+  if (Listings().KnownAbsent(path.substr(0, n > 1 ? ends[n - 2] : root.size()), names[n - 1])) {
     entry.missing = true;
     return path;
   }
@@ -315,5 +319,9 @@ bool CaseInsensitiveLookup() {
 }
 
 std::string CaseFoldKey(const std::string& moduleName) { return FoldedName(AcpToUtf8(moduleName)); }
+
+std::string FileNameKey(const std::string& modulePath) {
+  return CaseFoldKey(PathFindFileNameA(modulePath.c_str()));
+}
 
 }  // namespace nomplat

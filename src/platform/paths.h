@@ -109,6 +109,8 @@ NOM_API DWORD FreeBytes(const std::string& moduleDir, uint64_t* bytes);
 // that Windows takes as one name: compared without letter case. Keys sort as the folded names'
 // characters do.
 NOM_API std::string CaseFoldKey(const std::string& moduleName);
+// CaseFoldKey of module path modulePath's file name (its last component; "" after a separator).
+NOM_API std::string FileNameKey(const std::string& modulePath);
 
 }  // namespace nomplat
 
